@@ -1,0 +1,55 @@
+// A small host program: starts the library, installs a report handler,
+// builds and converts strings, provokes a failure and reports it.
+#include <qorc/qorc.h>
+
+#include <cstdio>
+
+namespace {
+
+void PrintUtf8(const char* label, const C_STRING& text) {
+  char* bytes = text.GetNewUTF8();
+  std::printf("%-28s %s\n", label, bytes != nullptr ? bytes : "(no memory)");
+  delete[] bytes;
+}
+
+// The host's way of telling the user: here, standard output.
+void ReportToConsole(const C_STRING& key, const C_STRING& text) {
+  PrintUtf8("report key:", key);
+  PrintUtf8("report text:", text);
+}
+
+}  // namespace
+
+int main() {
+  Copen();
+  C_ERROR::SetReportHandler(ReportToConsole);
+
+  C_STRING greeting(u"Gr\u00fc\u00dfe");
+  greeting += u", ";
+  greeting += C_STRING(42);
+  greeting += C_CHAR(u'!');
+  PrintUtf8("built string:", greeting);
+  PrintUtf8("formatted real:", C_STRING(3.14159, 2, 'f'));
+  PrintUtf8("formatted integer:", C_STRING(255, C_STRING(u"[%04X]")));
+  PrintUtf8("formatted text:", C_STRING(C_STRING(u"left"), C_STRING(u"[%-8s]")));
+  std::printf("%-28s %s\n", "as ANSI:", greeting.GetANSI());
+  std::printf("%-28s %s\n", "as MBCS:", greeting.GetMBCS());
+
+  C_STRING roundTrip;
+  roundTrip.FromUTF8("\xE2\x82\xAC 12");
+  PrintUtf8("from UTF-8:", roundTrip);
+
+  // A failure: a string cannot grow beyond 65535 characters.
+  C_ERROR::ContextPush(C_STRING(u"while building the greeting"));
+  greeting.Grow(70000);
+  if (C_ERROR::Is()) {
+    std::printf("%-28s %s\n", "pending:", CerrValueTooHigh.IsPending() ? "CerrValueTooHigh" : "other");
+    C_ERROR::ReportPending();
+  }
+  C_ERROR::ContextPop();
+  std::printf("%-28s %d\n", "greeting length kept:", greeting.GetNumber());
+
+  const int failed = C_ERROR::Is() ? 1 : 0;
+  Cclose();
+  return failed;
+}

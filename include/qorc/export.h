@@ -1,0 +1,15 @@
+// The one export macro of the library's public interface.
+#ifndef QORC_EXPORT_H
+#define QORC_EXPORT_H
+
+#if defined(_WIN32)
+#if defined(QORC_BUILDING)
+#define QORC_API __declspec(dllexport)
+#else
+#define QORC_API __declspec(dllimport)
+#endif
+#else
+#define QORC_API __attribute__((visibility("default")))
+#endif
+
+#endif

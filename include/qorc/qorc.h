@@ -1,0 +1,12 @@
+// The whole public interface of qorc.
+#ifndef QORC_QORC_H
+#define QORC_QORC_H
+
+#include <qorc/export.h>
+#include <qorc/types.h>
+#include <qorc/char.h>
+#include <qorc/string.h>
+#include <qorc/error.h>
+#include <qorc/memory.h>
+
+#endif

@@ -1,0 +1,16 @@
+#!/usr/bin/env bash
+# Installs the Debian packages that building and testing qorc needs, when missing.
+set -euo pipefail
+packages=(build-essential cmake ninja-build pkg-config clang libclang-rt-14-dev
+  zlib1g-dev libcrypto++-dev libicu-dev libsqlite3-dev libgsf-1-dev
+  libgtest-dev libbenchmark-dev libmimalloc-dev)
+missing=()
+for package in "${packages[@]}"; do
+  dpkg -s "$package" >/dev/null 2>&1 || missing+=("$package")
+done
+if [ "${#missing[@]}" -gt 0 ]; then
+  sudo=""
+  [ "$(id -u)" -eq 0 ] || sudo="sudo"
+  $sudo apt-get update -qq
+  DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq "${missing[@]}"
+fi

@@ -1,0 +1,13 @@
+#!/usr/bin/env bash
+# Sets up a fresh Debian machine, then builds and runs every test in both
+# presets: the release build and the sanitizer build.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+bash scripts/setup-debian.sh
+jobs=$(nproc)
+for preset in default asan; do
+  echo "== preset $preset"
+  cmake --preset "$preset"
+  cmake --build --preset "$preset" -j "$jobs"
+  ctest --preset "$preset" -j "$jobs"
+done
