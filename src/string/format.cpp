@@ -2,7 +2,10 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <new>
 #include <string>
+
+#include <qorc/error.h>
 
 namespace qorc {
 namespace {
@@ -181,7 +184,9 @@ void PutDirective(Sink& sink, const Directive& d, const FormatValue& value) {
 
 }  // namespace
 
-int FormatOne(const char16_t* format, int formatLength, const FormatValue& value, char16_t* out, int capacity) {
+namespace {
+
+int FormatInto(const char16_t* format, int formatLength, const FormatValue& value, char16_t* out, int capacity) {
   Sink sink(out, capacity);
   bool consumed = false;
   int i = 0;
@@ -207,6 +212,19 @@ int FormatOne(const char16_t* format, int formatLength, const FormatValue& value
     consumed = true;
   }
   return sink.Finish();
+}
+
+}  // namespace
+
+int FormatOne(const char16_t* format, int formatLength, const FormatValue& value, char16_t* out, int capacity) {
+  try {
+    return FormatInto(format, formatLength, value, out, capacity);
+  } catch (const std::bad_alloc&) {
+    // Wide fields are formatted through a heap buffer: no memory, no text.
+    CerrMemoryFull.Trigger();
+    if (capacity > 0) out[0] = 0;
+    return 0;
+  }
 }
 
 }  // namespace qorc

@@ -31,7 +31,12 @@ inline int RunInChild(const std::function<int()>& body, rlim_t limitBytes = 0) {
       struct rlimit limit = {total, total};
       setrlimit(RLIMIT_AS, &limit);
     }
-    _exit(body());
+    int code = 99;
+    try {
+      code = body();
+    } catch (...) {
+    }
+    _exit(code);
   }
   int status = 0;
   if (pid < 0 || waitpid(pid, &status, 0) != pid) return -1;

@@ -182,9 +182,10 @@ int SystemAnsiCodePage() {
   // The codeset that the environment names wins, even when this machine lacks
   // that locale; otherwise the codeset of the locale in force; otherwise the
   // page Windows uses for the C locale's languages.
-  const std::string codeset = CodesetOfLocaleName(EnvironmentLocaleName("LC_CTYPE"));
+  const std::string name = EnvironmentLocaleName("LC_CTYPE");
+  const std::string codeset = CodesetOfLocaleName(name);
   int page = codeset.empty() ? 0 : CodePageOfCodeset(codeset.c_str());
-  if (page == 0) page = CodePageOfCodeset(nl_langinfo(CODESET));
+  if (page == 0 && !IcuLocaleOfLocaleName(name).empty()) page = CodePageOfCodeset(nl_langinfo(CODESET));
   return page != 0 ? page : kFallbackAnsi;
 }
 

@@ -1,0 +1,194 @@
+#include <gtest/gtest.h>
+#include <qorc/qorc.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+const C_ERROR ErrorA("C#Err#A failed");
+const C_ERROR ErrorB("C#Err#B failed");
+
+std::string Narrow(const C_STRING& s) {
+  char* bytes = s.GetNewUTF8();
+  std::string out = bytes != nullptr ? bytes : "";
+  delete[] bytes;
+  return out;
+}
+
+int g_triggerCalls = 0;
+const C_ERROR* g_triggered = nullptr;
+const C_STRING* g_triggeredExtra = nullptr;
+void CountTrigger(const C_ERROR& error, const C_STRING* extra) {
+  ++g_triggerCalls;
+  g_triggered = &error;
+  g_triggeredExtra = extra;
+}
+
+std::vector<std::pair<std::string, std::string>> g_reports;
+void RecordReport(const C_STRING& key, const C_STRING& text) { g_reports.emplace_back(Narrow(key), Narrow(text)); }
+
+class PendingError : public testing::Test {
+ protected:
+  void SetUp() override {
+    g_triggerCalls = 0;
+    g_triggered = nullptr;
+    g_triggeredExtra = nullptr;
+    g_reports.clear();
+  }
+};
+
+}  // namespace
+
+TEST_F(PendingError, FirstErrorWinsAndReplacingFormsReplace) {
+  const C_STRING extraA(u"a.txt");
+  ErrorA.Trigger(&extraA);
+  ErrorB.Trigger();
+  EXPECT_EQ(C_ERROR::GetPending(), &ErrorA);
+  EXPECT_TRUE(C_ERROR::GetPendingExtra() == u"a.txt");
+  EXPECT_TRUE(ErrorA.IsPending());
+
+  ErrorB.Retrigger();
+  EXPECT_EQ(C_ERROR::GetPending(), &ErrorB);
+  EXPECT_TRUE(C_ERROR::GetPendingExtra().IsVoid());
+
+  ErrorA.RetriggerMild(&extraA);
+  EXPECT_EQ(C_ERROR::GetPending(), &ErrorA);
+  C_ERROR::ClearPending();
+  EXPECT_FALSE(C_ERROR::Is());
+  // Clearing keeps the extra text until the next recording.
+  EXPECT_TRUE(C_ERROR::GetPendingExtra() == u"a.txt");
+}
+
+TEST_F(PendingError, MildBehavesExactlyAsPlain) {
+  C_ERROR::SetTriggerHandler(CountTrigger);
+  const C_STRING extra(u"x");
+  ErrorA.TriggerMild(&extra);
+  EXPECT_EQ(g_triggerCalls, 1);
+  EXPECT_EQ(g_triggered, &ErrorA);
+  EXPECT_EQ(g_triggeredExtra, &extra);
+  ErrorB.TriggerMild();
+  EXPECT_EQ(g_triggerCalls, 1);
+  EXPECT_EQ(C_ERROR::GetPending(), &ErrorA);
+}
+
+TEST_F(PendingError, DebugFormsRecordInternalErrorAndNeverReplace) {
+  C_ERROR::SetTriggerHandler(CountTrigger);
+  const C_STRING extra(u"ignored");
+  C_ERROR::TriggerDbg("C#Err#whatever", &extra);
+  EXPECT_EQ(C_ERROR::GetPending(), &CerrInternalError);
+  EXPECT_TRUE(C_ERROR::GetPendingExtra().IsVoid());
+  EXPECT_EQ(g_triggerCalls, 1);
+  EXPECT_EQ(g_triggeredExtra, nullptr);
+
+  C_ERROR::ClearPending();
+  ErrorA.Trigger();
+  g_triggerCalls = 0;
+  C_ERROR::RetriggerDbg("C#Err#whatever", &extra);
+  C_ERROR::RetriggerDbgMild(C_STRING(u"C#Err#other"), &extra);
+  ErrorB.TriggerDbg(&extra);
+  EXPECT_EQ(C_ERROR::GetPending(), &ErrorA);
+  EXPECT_EQ(g_triggerCalls, 0);
+}
+
+TEST_F(PendingError, HiddenErrorStillBlocksAndIsNotReported) {
+  C_ERROR::SetReportHandler(RecordReport);
+  ErrorA.Trigger();
+  C_ERROR::Hide(true);
+  C_ERROR::Hide(true);
+  EXPECT_FALSE(C_ERROR::Is());
+  EXPECT_EQ(C_ERROR::GetPending(), &ErrorA);
+  EXPECT_TRUE(C_ERROR::IsHidden());
+  ErrorB.Trigger();
+  EXPECT_EQ(C_ERROR::GetPending(), &ErrorA);
+  C_ERROR::ReportPending();
+  EXPECT_TRUE(g_reports.empty());
+  EXPECT_EQ(C_ERROR::GetPending(), &ErrorA);
+  C_ERROR::Hide(false);  // one call undoes any number of hides
+  EXPECT_TRUE(C_ERROR::Is());
+}
+
+TEST_F(PendingError, ReportComposesExtraAndInnermostContext) {
+  C_ERROR::SetReportHandler(RecordReport);
+  const C_STRING extra(u"E");
+
+  ErrorA.Trigger(&extra);
+  C_ERROR::ReportPending();
+  C_ERROR::ContextPush(C_STRING(u"A"));
+  C_ERROR::ContextPush(C_STRING(u"B"));
+  ErrorA.Trigger();
+  C_ERROR::ReportPending();
+  C_ERROR::ContextPop();
+  ErrorB.Trigger(&extra);
+  C_ERROR::ReportPending();
+
+  ASSERT_EQ(g_reports.size(), 3u);
+  EXPECT_EQ(g_reports[0], std::make_pair(std::string("C#Err#A failed"), std::string("E")));
+  EXPECT_EQ(g_reports[1].second, "B");
+  EXPECT_EQ(g_reports[2], std::make_pair(std::string("C#Err#B failed"), std::string("E A")));
+  EXPECT_FALSE(C_ERROR::Is());
+}
+
+TEST_F(PendingError, ReportWithoutHandlerClearsSilently) {
+  ErrorA.Trigger();
+  C_ERROR::ReportPending();
+  EXPECT_EQ(C_ERROR::GetPending(), nullptr);
+  // The window form uses its own handler only.
+  C_ERROR::SetReportHandler(RecordReport);
+  ErrorA.Trigger();
+  C_ERROR::ReportPendingWindow();
+  EXPECT_TRUE(g_reports.empty());
+  EXPECT_EQ(C_ERROR::GetPending(), nullptr);
+}
+
+TEST_F(PendingError, ContextStackGrowsAndDropsPushesOnlyWhenFull) {
+  const int base = C_ERROR::ContextNb;
+  ASSERT_EQ(base, 0);
+  for (int i = 0; i < 11; ++i) C_ERROR::ContextPush(C_STRING(i));
+  EXPECT_EQ(C_ERROR::ContextNba, 20);
+  EXPECT_EQ(C_ERROR::ContextNb, 11);
+  for (int i = 0; i < 11; ++i) EXPECT_TRUE(C_ERROR::ContextStrings[i] == C_STRING(i));
+
+  // With an error pending, a push that fits succeeds; one that needs growth is dropped.
+  ErrorA.Trigger();
+  while (C_ERROR::ContextNb < C_ERROR::ContextNba - 1) C_ERROR::ContextPush(C_STRING(u"fill"));
+  C_ERROR::ContextPush(C_STRING(u"last slot"));
+  EXPECT_EQ(C_ERROR::ContextNb, C_ERROR::ContextNba);
+  const int capacity = C_ERROR::ContextNba;
+  C_ERROR::ContextPush(C_STRING(u"dropped"));
+  EXPECT_EQ(C_ERROR::ContextNb, capacity);
+  EXPECT_EQ(C_ERROR::ContextNba, capacity);
+
+  while (C_ERROR::ContextNb > 0) C_ERROR::ContextPop();
+  C_ERROR::ContextPop();
+  EXPECT_EQ(C_ERROR::ContextNb, 0);
+}
+
+TEST_F(PendingError, TextKeysReuseOneDescriptorPerOverload) {
+  C_ERROR::Trigger("C#Err#First");
+  const C_ERROR* first = C_ERROR::GetPending();
+  EXPECT_TRUE(first->GetKey() == u"C#Err#First");
+  C_ERROR::ClearPending();
+  C_ERROR::Trigger("C#Err#Second");
+  EXPECT_EQ(C_ERROR::GetPending(), first);
+  EXPECT_TRUE(first->GetKey() == u"C#Err#Second");
+  EXPECT_NE(first, &CerrInternalError);
+  // A blocked text trigger does not touch its descriptor.
+  C_ERROR::Trigger(C_STRING(u"C#Err#Other"));
+  EXPECT_EQ(C_ERROR::GetPending(), first);
+}
+
+TEST(ErrorCatalogue, KeysAreExact) {
+  const std::pair<const C_ERROR*, const char*> expected[] = {
+      {&CerrInternalError, "C#Err#Function failure"},
+      {&CerrFileNotFound, "C#Err#File not found"},
+      {&CerrFileNotEnoughSpace, "C#Err#Disk full"},
+      {&CerrMemoryFull, "C#Err#Not enough memory"},
+      {&CerrStringCannotConvertMBCS, "C#Err#Cannot convert string to MBCS"},
+      {&CerrValueTooHigh, "C#Err#Value is too high"},
+      {&CerrSerialCannotRead, "C#Err#Reading operation on serial line failed"},
+      {&CerrFileCannotSeek, "C#Err#Unable to change position in file"},
+      {&CerrNotAnOleStreamFunction, "C#Err#Not an OLE stream function"},
+  };
+  for (const auto& entry : expected) EXPECT_EQ(Narrow(*entry.first), entry.second);
+}
