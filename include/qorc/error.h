@@ -133,7 +133,7 @@ extern QORC_API const C_ERROR CerrSerialCannotRead;
 inline void C_STRING::Append(C_CHAR c) {
   if (number_ + 2 <= size_ && !C_ERROR::Is()) {
     buffer_[number_++] = c;
-    buffer_[number_] = C_CHAR::VOID;
+    buffer_[number_] = C_CHAR(0);
   } else {
     AppendGrowing(c);
   }

@@ -73,7 +73,7 @@ bool RefillPool() {
   return true;
 }
 
-void* AllocateLarge(std::size_t size) {
+__attribute__((noinline)) void* AllocateLarge(std::size_t size) {
   void* raw = std::malloc(size + kLargeExtra);
   if (raw == nullptr) return nullptr;
   PageHeader* header = reinterpret_cast<PageHeader*>(AlignUp(reinterpret_cast<std::uintptr_t>(raw)));
@@ -82,7 +82,8 @@ void* AllocateLarge(std::size_t size) {
   return reinterpret_cast<char*>(header) + kHeaderSize;
 }
 
-PageHeader* NewPage(PageHeader* head, std::size_t size) {
+__attribute__((noinline)) PageHeader* NewPage(PageHeader* head, std::size_t size) {
+  if (head->next == nullptr) head->next = head->prev = head;
   if (g_pool == nullptr && !RefillPool()) return nullptr;
   PageHeader* page = g_pool;
   g_pool = page->next;
@@ -96,11 +97,13 @@ PageHeader* NewPage(PageHeader* head, std::size_t size) {
 
 void* AllocateSmall(std::size_t size) {
   PageHeader* head = &g_classes[size / 4];
-  if (head->next == nullptr) head->next = head->prev = head;
-  if (head->next == head && NewPage(head, size) == nullptr) return nullptr;
-
-  // The most recently appended page serves first.
+  // The most recently appended page serves first; a class without pages
+  // (or never used yet) takes one from the pool.
   PageHeader* page = head->prev;
+  if (__builtin_expect(page == head || page == nullptr, 0)) {
+    page = NewPage(head, size);
+    if (page == nullptr) return nullptr;
+  }
   ++page->inUse;
   char* block;
   if (page->released != 0) {
@@ -132,15 +135,15 @@ using namespace qorc::ema;
 
 void* CemaAlloc(unsigned int size) {
   const std::size_t blockSize = BlockSize(size);
-  void* block = blockSize >= kSmallLimit ? AllocateLarge(blockSize) : AllocateSmall(blockSize);
-  if (block == nullptr) CerrMemoryFull.Trigger();
+  void* block = __builtin_expect(blockSize >= kSmallLimit, 0) ? AllocateLarge(blockSize) : AllocateSmall(blockSize);
+  if (__builtin_expect(block == nullptr, 0)) CerrMemoryFull.Trigger();
   return block;
 }
 
 void CemaFree(void* block) {
   if (block == nullptr) return;
   PageHeader* page = PageOf(block);
-  if (page->size == 0) {
+  if (__builtin_expect(page->size == 0, 0)) {
     std::free(reinterpret_cast<void*>(page->unused));
     return;
   }
