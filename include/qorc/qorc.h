@@ -9,5 +9,8 @@
 #include <qorc/error.h>
 #include <qorc/memory.h>
 #include <qorc/shielding.h>
+#include <qorc/date.h>
+#include <qorc/file.h>
+#include <qorc/chrono.h>
 
 #endif
