@@ -8,5 +8,6 @@
 #include <qorc/string.h>
 #include <qorc/error.h>
 #include <qorc/memory.h>
+#include <qorc/rawstring.h>
 
 #endif
