@@ -12,5 +12,6 @@
 #include <qorc/date.h>
 #include <qorc/file.h>
 #include <qorc/chrono.h>
+#include <qorc/rawstring.h>
 
 #endif
