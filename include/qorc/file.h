@@ -2,6 +2,8 @@
 // installation roots and path expansion, whole-file operations and temporary
 // files. Every path may be written with "\" or "/" and may begin with an
 // installation root ($NAME); "\" is the only separator the library writes.
+// Then the file object: one open file with its kind, access mode, text
+// conventions and the library's block-compressed format.
 #ifndef QORC_FILE_H
 #define QORC_FILE_H
 
@@ -97,6 +99,117 @@ class QORC_API C_FILE {
   // null with CerrFileCannotCreateTemporary pending on failure.
   static std::FILE* CreateTempFile();
 
+  // The file object ------------------------------------------------------------
+  // Access modes. Any value other than READ and WRITE opens as UPDATE.
+  enum MODE { READ = 0, WRITE = 1, UPDATE = 2 };
+  // Kinds of file; the values are part of the interface (4 and 5 are unused).
+  // AUTO becomes TEXT or UNICODE when the file is opened; COMPRESSED is kept
+  // as BINARY with the compressed switch set.
+  enum TYPE { AUTO = 0, TEXT = 1, UNICODE = 2, BINARY = 3, COMPRESSED = 6 };
+  // Flag for the mode argument (bit 31): a COMPRESSED file is read or written
+  // in place, block by block, instead of through a temporary file.
+  static constexpr int DIRECT = -2147483647 - 1;
+
+  // The block-compressed format: a 16-byte magic, then records of two
+  // little-endian 32-bit lengths (uncompressed, compressed) and one zlib
+  // stream each, with no index and no trailer.
+  static const char COMPRESS_MAGIC[17];
+  static constexpr int COMPRESS_BLOCK_SIZE = 131072;
+  static constexpr int COMPRESS_BUFFER_SIZE = 131200;
+  static constexpr int COMPRESS_SCRATCH_SIZE = 131215;
+
+  // An anonymous temporary file, open in mode WRITE as BINARY, coding off; it
+  // disappears when closed. CerrFileCannotCreateTemporary when none can be made.
+  C_FILE();
+  // Opens the file (the path may begin with an installation root). mode is a
+  // MODE, optionally with DIRECT. A failure leaves the object closed, with
+  // the error pending: every operation on a closed object does nothing.
+  C_FILE(const C_STRING& path, int mode, TYPE type);
+  // A copy describes the same file (paths, mode, type, switches) but is
+  // closed: it never shares the source's stream or buffers, so that each
+  // stream is closed exactly once. Assigning first closes the target as its
+  // destruction would (a compressed file being written is finished).
+  C_FILE(const C_FILE& other);
+  C_FILE& operator=(const C_FILE& other);
+  // Finishes a compressed file being written, then closes the stream.
+  virtual ~C_FILE();
+
+  const C_STRING& GetPath() const { return path_; }
+  const C_STRING& GetPathExp() const { return pathExp_; }
+  MODE GetMode() const { return mode_; }
+  // COMPRESSED is reported as BINARY; IsCompressed tells the difference.
+  TYPE GetType() const { return type_ == COMPRESSED ? BINARY : type_; }
+  C_BOOL IsCompressed() const { return compressed_; }
+  // TRUE makes the file BINARY and compressed; FALSE does nothing. Neither
+  // allocates nor opens anything: only a file opened as COMPRESSED has the
+  // buffers and the temporary file of the compressed format.
+  void SetCompressed(C_BOOL on);
+  // Coding: text passes through C_STRING::Encode and Decode on TEXT files.
+  void SetCoding(C_BOOL on) { coding_ = on; }
+  C_BOOL IsCoding() const { return coding_; }
+
+  // Position and size, in bytes from the start (uncompressed bytes for a
+  // compressed file read in place) -----------------------------------------
+  long long GetSize();
+  long long GetPosit();
+  void SetPosit(long long position);
+  void Rewind();
+  void Unwind();
+  // The 0-based line of the current position, counted from the start.
+  int GetLine();
+  // Flushes the stream; on a compressed file being written, ends a block.
+  void Flush();
+  static void FlushFile(std::FILE* stream);
+
+  // Raw data: got / put, when given, receive the bytes moved. --------------------
+  void Read(int count, void* data, int* got = nullptr);
+  void Write(int count, const void* data, int* put = nullptr);
+
+  // Characters and strings ----------------------------------------------------
+  void Write(char c);
+  void Write(C_CHAR c);
+  void Write(char16_t c) { Write(C_CHAR(c)); }
+  // Reads one character, skipping CR; cleared at the end of the file.
+  void Read(C_CHAR* c);
+  void Write(const char* text);
+  void Write(const C_STRING& text);
+  // LF on TEXT and BINARY files, CR LF on UNICODE files, the unit LF on a
+  // compressed file written in place.
+  void WriteEOL();
+  // Reads one line without its end (LF, CR LF, or CR on TEXT files); lines
+  // longer than the line buffer come back in pieces.
+  virtual void Read(C_STRING* line);
+  // The next token: quoted ("..."), or ending at white space or a control
+  // character; a backslash keeps the character after it.
+  void ReadToken(C_STRING* token);
+  // As ReadToken, but an unquoted token ends only at a control character.
+  void ReadTokenSpace(C_STRING* token);
+
+  // Formatted values, printf-style wide formats with the Windows directives.
+  void Write(int value, const C_STRING& format);
+  void Write(int a, int b, const C_STRING& format);
+  void Write(int a, int b, int c, const C_STRING& format);
+  void Write(int a, int b, int c, int d, const C_STRING& format);
+  void Write(long long value, const C_STRING& format);
+  void Write(unsigned long long value, int a, int b, const C_STRING& format);
+  void Write(double value, const C_STRING& format);
+  void Write(double a, double b, const C_STRING& format);
+  void Write(double a, double b, double c, const C_STRING& format);
+  void Write(double a, double b, double c, double d, const C_STRING& format);
+  void Write(const C_STRING& text, const C_STRING& format);
+
+  // Bare C runtime streams; failures name the file "unspecified".
+  static void WriteFile(std::FILE* stream, const C_STRING& text);
+  static void ReadFile(std::FILE* stream, C_STRING* line);
+
+  // Shielded data: n bytes as lines of printable groups (see shielding.h) ---------
+  void WriteShielded(int n, void* data, int* consumed, int* written);
+  void ReadShielded(int n, void* data, int* decoded, int* read);
+
+  // Verifies that every block of a compressed file decompresses; a failure
+  // is left pending.
+  static void CheckCompression(const C_STRING& path);
+
  protected:
   // The root table: names without "$" and their directories, as given, in
   // order of addition; both arrays have the capacity RootsNba.
@@ -104,6 +217,66 @@ class QORC_API C_FILE {
   static C_STRING* RootsDirs;
   static int RootsNb;
   static int RootsNba;
+
+  // The compressed format, block by block (a null scratch: one is allocated
+  // for the call).
+  void ReadCompressBlock(void* scratch);
+  void WriteCompressBlock(void* scratch);
+  void ReadCompress(int count, void* data, int* got);
+  void WriteCompress(int count, const void* data, int* put);
+  void UpdateCompressBlockTable() const;
+  void SearchCompressBlockPosition(long long position, long long* block, long long* offset);
+
+ private:
+  class StorageStream;
+  bool IsDirectCompressed() const { return compressed_ && direct_ && block_ != nullptr; }
+  std::FILE* OpenPath(const char* how) const;
+  void OpenForReading();
+  void OpenForWriting();
+  void CloseStream();
+  void Close();
+  void ReportWriteFailure() const;
+  void ReportReadFailure() const;
+  void ReportShortRecord() const;
+  bool RefusedOnStorage() const;
+  bool ReadBlockRecord(void* scratch, bool* atBoundary);
+  void PositionDirect(long long position);
+  void DecompressToTemp();
+  void CompressFromTemp();
+  void WriteUnits(const char16_t* units, int count);
+  void WriteFormatted(const C_STRING& text);
+  void ReadCodedLine(C_STRING* line);
+  void ReadDirectLine(C_STRING* line);
+  void ReadStreamLine(C_STRING* line);
+  int ReadTokenChar();
+  void ReadTokenUntil(C_STRING* token, bool spaceEnds);
+
+  C_STRING path_;
+  C_STRING pathExp_;
+  std::FILE* stream_ = nullptr;
+  // A file inside a structured-storage document is carried by a stream
+  // wrapper (owned) over the caller's storage (not owned) instead of a C
+  // runtime stream; the constructors for disk files leave both null.
+  StorageStream* storageStream_ = nullptr;
+  void* storage_ = nullptr;
+  MODE mode_ = READ;
+  TYPE type_ = BINARY;
+  C_BOOL coding_;
+  C_BOOL swapped_;
+  C_BOOL compressed_;
+  unsigned int cursor_ = 0;
+  unsigned int fill_ = 0;
+  unsigned char* block_ = nullptr;
+  long long currentBlock_ = 0;
+  mutable int blockCount_ = -1;
+  mutable long long* blockOffsets_ = nullptr;
+  mutable long long* blockStarts_ = nullptr;
+  C_BOOL direct_;
+  int flushCount_ = 0;
+  int flushCapacity_ = 0;
+  long long* flushPoints_ = nullptr;
+  // The stream is the temporary file of a compressed file being written.
+  C_BOOL viaTemp_;
 };
 
 #endif

@@ -68,7 +68,7 @@ void EncodeFileBlock(const unsigned char* data, int n, char* out) {
 int DecodeFileBlock(const char* in, int available, int n, unsigned char* out, bool* invalid) {
   *invalid = false;
   // Each full line of 20 groups takes 81 bytes.
-  const int groups = (available * 80 / 81) / 4;
+  const int groups = static_cast<int>((static_cast<long long>(available) * 80 / 81) / 4);
   int stored = 0;
   int at = 0;
   for (int g = 0; g < groups; ++g) {

@@ -186,9 +186,10 @@ void PutDirective(Sink& sink, const Directive& d, const FormatValue& value) {
 
 namespace {
 
-int FormatInto(const char16_t* format, int formatLength, const FormatValue& value, char16_t* out, int capacity) {
+int FormatInto(const char16_t* format, int formatLength, const FormatValue* values, int count, char16_t* out,
+               int capacity) {
   Sink sink(out, capacity);
-  bool consumed = false;
+  int consumed = 0;
   int i = 0;
   while (i < formatLength) {
     const char16_t c = format[i++];
@@ -208,8 +209,8 @@ int FormatInto(const char16_t* format, int formatLength, const FormatValue& valu
       for (int k = start; k < i; ++k) sink.Put(format[k]);
       continue;
     }
-    if (!consumed) PutDirective(sink, d, value);
-    consumed = true;
+    if (consumed < count) PutDirective(sink, d, values[consumed]);
+    ++consumed;
   }
   return sink.Finish();
 }
@@ -217,8 +218,13 @@ int FormatInto(const char16_t* format, int formatLength, const FormatValue& valu
 }  // namespace
 
 int FormatOne(const char16_t* format, int formatLength, const FormatValue& value, char16_t* out, int capacity) {
+  return FormatMany(format, formatLength, &value, 1, out, capacity);
+}
+
+int FormatMany(const char16_t* format, int formatLength, const FormatValue* values, int count, char16_t* out,
+               int capacity) {
   try {
-    return FormatInto(format, formatLength, value, out, capacity);
+    return FormatInto(format, formatLength, values, count, out, capacity);
   } catch (const std::bad_alloc&) {
     // Wide fields are formatted through a heap buffer: no memory, no text.
     CerrMemoryFull.Trigger();

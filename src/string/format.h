@@ -1,4 +1,4 @@
-// printf-style formatting of one value by a caller's wide format, with the
+// printf-style formatting of values by a caller's wide format, with the
 // directives of the Windows runtime: in a wide format %s and %c take wide
 // text, %S narrow text, and %I64d, %I64u, %I64x as well as %lld take 64-bit
 // values. The format is translated directive by directive; a caller's format
@@ -27,6 +27,10 @@ struct FormatValue {
 // The value goes to the first directive; later directives take no value and
 // produce nothing. Returns the length of the whole result.
 int FormatOne(const char16_t* format, int formatLength, const FormatValue& value, char16_t* out, int capacity);
+// The same with `count` values, taken by the directives in order; directives
+// beyond the last value produce nothing.
+int FormatMany(const char16_t* format, int formatLength, const FormatValue* values, int count, char16_t* out,
+               int capacity);
 
 }  // namespace qorc
 
