@@ -8,6 +8,11 @@
 
 #include "file/shielding_code.h"
 
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  Copen();
+  return 0;
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string text(reinterpret_cast<const char*>(data), size);
   void* decoded = nullptr;
