@@ -1,5 +1,6 @@
 // A small host program: starts the library, installs a report handler,
-// builds and converts strings, provokes a failure and reports it.
+// builds and converts strings, provokes a failure and reports it, and keeps
+// a document in the library's compressed format.
 #include <qorc/qorc.h>
 
 #include <cstdio>
@@ -16,6 +17,37 @@ void PrintUtf8(const char* label, const C_STRING& text) {
 void ReportToConsole(const C_STRING& key, const C_STRING& text) {
   PrintUtf8("report key:", key);
   PrintUtf8("report text:", text);
+}
+
+// Writes a compressed document of numbered lines, reads one line back from
+// the middle of it in place, and checks the file. Returns false on failure.
+bool CompressedDocument() {
+  C_STRING path = C_FILE::GetTempDir();
+  path += u"qorc-example-document.qz";
+  const int lines = 20000;
+  {
+    C_FILE document(path, C_FILE::WRITE, C_FILE::COMPRESSED);
+    for (int i = 0; i < lines && !C_ERROR::Is(); ++i) {
+      // A binary file holds UTF-16 text: every line is 32 units, 64 bytes.
+      document.Write(i, C_STRING(u"line %06d of the document....\n"));
+    }
+  }
+  if (C_ERROR::Is()) return false;
+  C_STRING line;
+  {
+    C_FILE document(path, C_FILE::READ | C_FILE::DIRECT, C_FILE::COMPRESSED);
+    document.SetPosit(64LL * 12345);
+    char16_t units[31];
+    document.Read(static_cast<int>(sizeof units), units);
+    line = C_STRING(31, units);
+  }
+  if (C_ERROR::Is()) return false;
+  PrintUtf8("line read in place:", line);
+  C_FILE::CheckCompression(path);
+  const bool sound = !C_ERROR::Is();
+  std::printf("%-28s %s\n", "compressed document check:", sound ? "sound" : "damaged");
+  C_FILE::Remove(path);
+  return sound && line == C_STRING(u"line 012345 of the document....");
 }
 
 }  // namespace
@@ -48,6 +80,13 @@ int main() {
   }
   C_ERROR::ContextPop();
   std::printf("%-28s %d\n", "greeting length kept:", greeting.GetNumber());
+  C_ERROR::ClearPending();
+
+  if (!CompressedDocument()) {
+    C_ERROR::ReportPending();
+    Cclose();
+    return 1;
+  }
 
   const int failed = C_ERROR::Is() ? 1 : 0;
   Cclose();

@@ -98,7 +98,7 @@ void C_FILE::OpenForReading() {
       return;
     }
     char16_t mark = 0;
-    const bool marked = ReadUnit(stream_, &mark) && (mark == C_CHAR::BOM || mark == C_CHAR::BOMINV);
+    const bool marked = ReadUnit(stream_, &mark) && (C_CHAR(mark) == C_CHAR::BOM || C_CHAR(mark) == C_CHAR::BOMINV);
     if (!marked) {
       if (type_ == UNICODE) {
         // The stream stays open: the caller sees the error and may still read.
@@ -116,7 +116,7 @@ void C_FILE::OpenForReading() {
       return;
     }
     type_ = UNICODE;
-    if (mark == C_CHAR::BOMINV) swapped_ = true;
+    if (C_CHAR(mark) == C_CHAR::BOMINV) swapped_ = true;
     return;
   }
   stream_ = OpenPath("rb");

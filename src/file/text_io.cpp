@@ -29,8 +29,8 @@ namespace {
 constexpr int kLineUnits = 4098;
 // The wide line function reads at most 4095 characters, its LF included.
 constexpr int kWideLineUnits = 4095;
-char16_t g_line[kLineUnits];
-char16_t g_fileLine[kWideLineUnits];
+char16_t g_line[kLineUnits + 1];
+char16_t g_fileLine[kWideLineUnits + 1];
 
 constexpr char16_t kLF = 0x000A;
 constexpr char16_t kCR = 0x000D;
@@ -135,8 +135,18 @@ int WithoutLineEnd(const char16_t* units, int n) {
   return n;
 }
 
-void Assign(C_STRING* target, const char16_t* units, int n) {
-  if (n > 0) *target = C_STRING(n, units);
+// The units (which have room for a terminator) become the target's text,
+// reusing its storage when no zero unit is among them.
+void Assign(C_STRING* target, char16_t* units, int n) {
+  if (n <= 0) return;
+  for (int i = 0; i < n; ++i) {
+    if (units[i] == 0) {
+      *target = C_STRING(n, units);
+      return;
+    }
+  }
+  units[n] = 0;
+  *target = units;
 }
 
 // Text in the library code page; characters it lacks become its default character.

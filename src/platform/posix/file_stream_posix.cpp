@@ -65,11 +65,64 @@ StreamLock::~StreamLock() { ::funlockfile(stream_); }
 
 int ReadByteUnlocked(std::FILE* stream) { return ::getc_unlocked(stream); }
 
+namespace {
+
+// The bytes the stream has buffered and not yet handed out. glibc keeps them
+// between two public pointers of its FILE; getc_unlocked does no more than
+// take the byte at the first and advance it. Elsewhere nothing is seen as
+// buffered and every byte comes through getc_unlocked.
+struct Window {
+  const unsigned char* begin = nullptr;
+  std::size_t size = 0;
+};
+
+Window Buffered(std::FILE* stream) {
+  Window window;
+#if defined(__GLIBC__)
+  if (stream->_IO_read_ptr != nullptr && stream->_IO_read_ptr < stream->_IO_read_end) {
+    window.begin = reinterpret_cast<const unsigned char*>(stream->_IO_read_ptr);
+    window.size = static_cast<std::size_t>(stream->_IO_read_end - stream->_IO_read_ptr);
+  }
+#else
+  (void)stream;
+#endif
+  return window;
+}
+
+void Consume(std::FILE* stream, std::size_t count) {
+#if defined(__GLIBC__)
+  stream->_IO_read_ptr += count;
+#else
+  (void)stream;
+  (void)count;
+#endif
+}
+
+}  // namespace
+
 int ReadBytesUntil(std::FILE* stream, char* out, int capacity, int stop1, int stop2, int* stop) {
   StreamLock lock(stream);
   int stored = 0;
   *stop = EOF;
   while (stored < capacity) {
+    const Window window = Buffered(stream);
+    if (window.size > 0) {
+      const std::size_t room = static_cast<std::size_t>(capacity - stored);
+      const std::size_t count = window.size < room ? window.size : room;
+      for (std::size_t i = 0; i < count; ++i) {
+        const int c = window.begin[i];
+        if (c == stop1 || c == stop2) {
+          std::memcpy(out + stored, window.begin, i);
+          Consume(stream, i + 1);
+          *stop = c;
+          return stored + static_cast<int>(i);
+        }
+      }
+      std::memcpy(out + stored, window.begin, count);
+      Consume(stream, count);
+      stored += static_cast<int>(count);
+      continue;
+    }
     const int c = ::getc_unlocked(stream);
     if (c == EOF) break;
     if (c == stop1 || c == stop2) {
@@ -85,11 +138,33 @@ int ReadUnitsUntil(std::FILE* stream, char16_t* out, int capacity, char16_t stop
   StreamLock lock(stream);
   int stored = 0;
   while (stored < capacity) {
+    const Window window = Buffered(stream);
+    if (window.size >= 2) {
+      const std::size_t room = static_cast<std::size_t>(capacity - stored);
+      const std::size_t units = window.size / 2 < room ? window.size / 2 : room;
+      std::size_t taken = 0;
+      bool stopped = false;
+      while (taken < units) {
+        char16_t unit;
+        std::memcpy(&unit, window.begin + 2 * taken, sizeof unit);
+        out[stored + static_cast<int>(taken)] = unit;
+        ++taken;
+        if (unit == stop) {
+          stopped = true;
+          break;
+        }
+      }
+      Consume(stream, 2 * taken);
+      stored += static_cast<int>(taken);
+      if (stopped) break;
+      continue;
+    }
+    // A unit across the end of the buffer, or no buffer to look into.
     const int low = ::getc_unlocked(stream);
     if (low == EOF) break;
     const int high = ::getc_unlocked(stream);
     if (high == EOF) break;
-    unsigned char bytes[2] = {static_cast<unsigned char>(low), static_cast<unsigned char>(high)};
+    const unsigned char bytes[2] = {static_cast<unsigned char>(low), static_cast<unsigned char>(high)};
     char16_t unit;
     std::memcpy(&unit, bytes, sizeof unit);
     out[stored++] = unit;
