@@ -9,5 +9,8 @@
 #include <qorc/error.h>
 #include <qorc/memory.h>
 #include <qorc/shielding.h>
+#include <qorc/numerics.h>
+#include <qorc/rsa.h>
+#include <qorc/progress.h>
 
 #endif
