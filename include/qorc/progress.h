@@ -55,8 +55,8 @@ using CSYSTEM_INTERRUPT_HANDLER = C_BOOL (*)();
 using CSYSTEM_EDIT_FILE_HANDLER = void (*)(const C_STRING& path, C_BOOL flag);
 // The four texts are the host's (for example title, directory, name and
 // filter); the library passes them through unread.
-using CSYSTEM_FILE_DIALOG_HANDLER = C_BOOL (*)(const C_STRING& first, const C_STRING& second,
-                                               const C_STRING& third, const C_STRING& fourth, C_STRING* result);
+using CSYSTEM_FILE_DIALOG_HANDLER = C_BOOL (*)(const C_STRING& first, const C_STRING& second, const C_STRING& third,
+                                               const C_STRING& fourth, C_STRING* result);
 
 // Whether the user asked to stop; false without a handler.
 QORC_API C_BOOL CsystemIsInterrupted();

@@ -26,10 +26,10 @@ QORC_API void CrsaGenerateKeys(int bits, unsigned char** publicKey, unsigned cha
                                unsigned int seed);
 // Encrypts dataSize bytes with the exponent of the given blob (2 * bits / 8
 // bytes are read from it).
-QORC_API void CrsaEncrypt(int bits, const unsigned char* key, int dataSize, const unsigned char* data,
-                          int* resultSize, unsigned char** result);
+QORC_API void CrsaEncrypt(int bits, const unsigned char* key, int dataSize, const unsigned char* data, int* resultSize,
+                          unsigned char** result);
 // Decrypts the whole k-byte blocks of data; trailing bytes are ignored.
-QORC_API void CrsaDecrypt(int bits, const unsigned char* key, int dataSize, const unsigned char* data,
-                          int* resultSize, unsigned char** result);
+QORC_API void CrsaDecrypt(int bits, const unsigned char* key, int dataSize, const unsigned char* data, int* resultSize,
+                          unsigned char** result);
 
 #endif

@@ -1,7 +1,6 @@
 // CRC-32 and Adler-32 checksums, computed by zlib.
-#include <zlib.h>
-
 #include <qorc/numerics.h>
+#include <zlib.h>
 
 unsigned int CchecksumCRC(int size, const void* data) {
   const uLong initial = crc32(0L, Z_NULL, 0);

@@ -2,9 +2,9 @@
 // mean and the descending Landen transformation (the classical method of the
 // handbook tables). The mean of the last modular angle is kept, so that
 // successive calls with the same modulus only run the amplitude part.
-#include <cmath>
-
 #include <qorc/numerics.h>
+
+#include <cmath>
 
 namespace {
 

@@ -1,9 +1,9 @@
 // Wrappers of the C runtime, trigonometry in degrees, rounding, modulo, the
 // division guard, interpolation and the random numbers of the C runtime's
 // generator.
-#include <cmath>
-
 #include <qorc/numerics.h>
+
+#include <cmath>
 
 #include "math/generators.h"
 

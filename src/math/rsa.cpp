@@ -2,23 +2,24 @@
 // bit packing of blocks and the key generation procedure are the library's
 // own; every random byte comes from the library's integer generator, so that
 // a seed reproduces a key pair.
+#include <cryptopp/cryptlib.h>
+#include <cryptopp/integer.h>
+#include <cryptopp/nbtheory.h>
+#include <qorc/error.h>
+#include <qorc/numerics.h>
+#include <qorc/rsa.h>
+
 #include <algorithm>
 #include <climits>
+#include <cstdint>
 #include <cstring>
 #include <memory>
 #include <new>
 #include <vector>
 
-#include <cryptopp/cryptlib.h>
-#include <cryptopp/integer.h>
-#include <cryptopp/nbtheory.h>
-
-#include <qorc/error.h>
-#include <qorc/numerics.h>
-#include <qorc/rsa.h>
-
 #include "foundation/library.h"
 #include "math/generators.h"
+#include "math/rsa_internal.h"
 
 namespace {
 
@@ -90,13 +91,110 @@ void Guarded(Operation operation) {
   }
 }
 
+// Crypto++'s IsPrime, answer for answer, with a faster search for small
+// divisors. IsPrime tries every prime of Crypto++'s table (up to 32719) by a
+// division of the big integer, then runs a strong probable-prime test to base
+// 3 and a strong Lucas test. Most random candidates that key generation draws
+// go through the whole table, which makes the divisions most of the cost.
+// Here the candidate is reduced once modulo each product of two table primes,
+// 32 bits at a time with a precomputed reciprocal instead of a division, and
+// divisibility by each prime is read off the residue by multiplication with
+// the prime's inverse modulo 2^32.
+class PrimeTest {
+ public:
+  PrimeTest() {
+    unsigned int size = 0;
+    const CryptoPP::word16* primes = CryptoPP::GetPrimeTable(size);
+    lastSmallPrimeSquared_ = Integer(static_cast<long>(primes[size - 1])).Squared();
+    // primes[0] is 2, which an odd candidate passes.
+    for (unsigned int i = 1; i < size; i += 2) {
+      Group group;
+      group.count = i + 1 < size ? 2 : 1;
+      group.modulus = 1;
+      for (int j = 0; j < group.count; ++j) {
+        const std::uint32_t prime = primes[i + static_cast<unsigned int>(j)];
+        std::uint32_t inverse = prime;  // Newton's iteration for prime^-1 modulo 2^32
+        for (int step = 0; step < 4; ++step) inverse *= 2 - prime * inverse;
+        group.inverse[j] = inverse;
+        group.limit[j] = 0xFFFFFFFFu / prime;
+        group.modulus *= prime;
+      }
+      group.reciprocal = ~std::uint64_t{0} / group.modulus;
+      groups_.push_back(group);
+    }
+    // Padding to whole sets of groups: modulus 1, no prime to test.
+    while (groups_.size() % kInterleave != 0) groups_.push_back(Group{1, ~std::uint64_t{0}, 0, {0, 0}, {0, 0}});
+  }
+
+  bool IsPrime(const Integer& candidate) const {
+    if (candidate <= lastSmallPrimeSquared_ || candidate.IsNegative()) return CryptoPP::IsPrime(candidate);
+    if (candidate.IsEven() || HasSmallDivisor(candidate)) return false;
+    return CryptoPP::IsStrongProbablePrime(candidate, Integer(3)) && CryptoPP::IsStrongLucasProbablePrime(candidate);
+  }
+
+ private:
+  struct Group {
+    std::uint64_t modulus;     // product of at most two table primes, below 2^30
+    std::uint64_t reciprocal;  // floor((2^64 - 1) / modulus)
+    int count;
+    std::uint32_t inverse[2];
+    std::uint32_t limit[2];
+  };
+
+  bool HasSmallDivisor(const Integer& candidate) const {
+    // The candidate in 32-bit words, most significant first.
+    const size_t words = (candidate.ByteCount() + 3) / 4;
+    std::vector<CryptoPP::byte> bytes(words * 4);
+    candidate.Encode(bytes.data(), bytes.size());
+    std::vector<std::uint32_t> chunks(words);
+    for (size_t i = 0; i < words; ++i) {
+      chunks[i] = static_cast<std::uint32_t>(bytes[4 * i]) << 24 | static_cast<std::uint32_t>(bytes[4 * i + 1]) << 16 |
+                  static_cast<std::uint32_t>(bytes[4 * i + 2]) << 8 | bytes[4 * i + 3];
+    }
+    // Four groups at a time, so that their independent reductions overlap.
+    for (size_t g = 0; g < groups_.size(); g += kInterleave) {
+      const Group* group = &groups_[g];
+      std::uint64_t residue[kInterleave] = {};
+      for (std::uint32_t chunk : chunks) {
+        for (size_t i = 0; i < kInterleave; ++i) residue[i] = Reduce((residue[i] << 32) | chunk, group[i]);
+      }
+      for (size_t i = 0; i < kInterleave; ++i) {
+        for (int j = 0; j < group[i].count; ++j) {
+          if (static_cast<std::uint32_t>(residue[i]) * group[i].inverse[j] <= group[i].limit[j]) return true;
+        }
+      }
+    }
+    return false;
+  }
+
+  // x modulo the group's modulus, for x below 2^62: the quotient estimate
+  // from the reciprocal is at most one short.
+  static std::uint64_t Reduce(std::uint64_t x, const Group& group) {
+    const std::uint64_t quotient =
+        static_cast<std::uint64_t>((static_cast<unsigned __int128>(x) * group.reciprocal) >> 64);
+    const std::uint64_t residue = x - quotient * group.modulus;
+    return residue >= group.modulus ? residue - group.modulus : residue;
+  }
+
+  static constexpr size_t kInterleave = 8;
+
+  Integer lastSmallPrimeSquared_;
+  std::vector<Group> groups_;
+};
+
+const PrimeTest& ThePrimeTest() {
+  static const PrimeTest test;
+  return test;
+}
+
 Integer RandomPrime(IntRandByteSource& source, int bits) {
+  const PrimeTest& test = ThePrimeTest();
   Integer prime;
   do {
     prime.Randomize(source, static_cast<size_t>(bits));
     prime.SetBit(static_cast<size_t>(bits - 1));
     prime.SetBit(0);
-  } while (!CryptoPP::IsPrime(prime));
+  } while (!test.IsPrime(prime));
   return prime;
 }
 
@@ -112,6 +210,16 @@ Bytes NewBytes(long long size) {
 }
 
 }  // namespace
+
+namespace qorc {
+
+bool RsaIsPrime(const unsigned char* number, std::size_t size) {
+  bool prime = false;
+  Guarded([&] { prime = ThePrimeTest().IsPrime(Integer(number, size)); });
+  return prime;
+}
+
+}  // namespace qorc
 
 void CrsaGenerateKeys(int bits, unsigned char** publicKey, unsigned char** privateKey, int* keySize,
                       unsigned int seed) {

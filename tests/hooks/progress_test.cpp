@@ -1,8 +1,8 @@
-#include <string>
-#include <vector>
-
 #include <gtest/gtest.h>
 #include <qorc/qorc.h>
+
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -63,8 +63,8 @@ TEST_F(ProgressFacade, ForwardsEveryCallUnchanged) {
   C_PROGRESS::OffsetValue(-3);
   C_PROGRESS::Close();
   EXPECT_TRUE(C_PROGRESS::IsOpen());
-  const std::vector<std::string> expected = {"open -5 Saving 0", "open 7 Inner 1", "range 0", "pos 1000",
-                                             "step",             "step",           "offset -3", "close"};
+  const std::vector<std::string> expected = {
+      "open -5 Saving 0", "open 7 Inner 1", "range 0", "pos 1000", "step", "step", "offset -3", "close"};
   EXPECT_EQ(g_calls, expected);
 
   // Null restores the default; a new handler replaces the old one.
@@ -105,16 +105,16 @@ TEST_F(SystemFacade, ForwardsToTheHostsHandlers) {
   CsystemEditFile(C_STRING("\\docs\\notes.txt"), false);
   EXPECT_EQ(g_calls, std::vector<std::string>{"edit \\docs\\notes.txt 0"});
 
-  CsystemSetFileDialogLoadHandler([](const C_STRING& a, const C_STRING& b, const C_STRING& c, const C_STRING& d,
-                                     C_STRING* result) -> C_BOOL {
-    *result = C_STRING((Narrow(a) + Narrow(b) + Narrow(c) + Narrow(d)).c_str());
-    return true;
-  });
-  CsystemSetFileDialogSaveHandler([](const C_STRING&, const C_STRING&, const C_STRING&, const C_STRING&,
-                                     C_STRING* result) -> C_BOOL {
-    *result = C_STRING("cancelled");
-    return false;
-  });
+  CsystemSetFileDialogLoadHandler(
+      [](const C_STRING& a, const C_STRING& b, const C_STRING& c, const C_STRING& d, C_STRING* result) -> C_BOOL {
+        *result = C_STRING((Narrow(a) + Narrow(b) + Narrow(c) + Narrow(d)).c_str());
+        return true;
+      });
+  CsystemSetFileDialogSaveHandler(
+      [](const C_STRING&, const C_STRING&, const C_STRING&, const C_STRING&, C_STRING* result) -> C_BOOL {
+        *result = C_STRING("cancelled");
+        return false;
+      });
   C_STRING result;
   EXPECT_TRUE(CsystemFileDialogLoad(C_STRING("1"), C_STRING("2"), C_STRING("3"), C_STRING("4"), &result));
   EXPECT_EQ(Narrow(result), "1234");

@@ -1,8 +1,8 @@
-#include <cmath>
-#include <limits>
-
 #include <gtest/gtest.h>
 #include <qorc/qorc.h>
+
+#include <cmath>
+#include <limits>
 
 namespace {
 
@@ -21,9 +21,9 @@ struct Complete {
 
 // Complete integrals by modular angle, as in the handbook tables (15 decimals).
 const Complete kComplete[] = {
-    {10, 1.582842804338351, 1.558887196601596},  {30, 1.685750354812596, 1.467462209339427},
-    {45, 1.854074677301372, 1.350643881047675},  {60, 2.156515647499643, 1.211056027568459},
-    {80, 3.153385251887839, 1.040114395706011},  {89, 5.434909829625564, 1.000751577701834},
+    {10, 1.582842804338351, 1.558887196601596},   {30, 1.685750354812596, 1.467462209339427},
+    {45, 1.854074677301372, 1.350643881047675},   {60, 2.156515647499643, 1.211056027568459},
+    {80, 3.153385251887839, 1.040114395706011},   {89, 5.434909829625564, 1.000751577701834},
     {89.9, 7.737112057454241, 1.000011022744578},
 };
 
@@ -123,8 +123,8 @@ TEST(MathEllipticIntegral, CircularAndDegenerateModuli) {
 }
 
 TEST(MathEllipticIntegral, EveryFiniteAngleGivesAFiniteAnswer) {
-  const double angles[] = {-1e300, -1e6, -720, -135, -90, -30, -1e-13, 1e-300, 1e-9, 45, 89.99999, 90 - 1e-12,
-                           90.5,   135,  180,  270,  359, 1e6, 1e100,  1e300};
+  const double angles[] = {-1e300,   -1e6,       -720, -135, -90, -30, -1e-13, 1e-300, 1e-9,  45,
+                           89.99999, 90 - 1e-12, 90.5, 135,  180, 270, 359,    1e6,    1e100, 1e300};
   for (double modular : angles) {
     for (double amplitude : angles) {
       double K = 0;

@@ -1,10 +1,10 @@
+#include <gtest/gtest.h>
+#include <qorc/qorc.h>
+
 #include <cmath>
 #include <cstdint>
 #include <limits>
 #include <vector>
-
-#include <gtest/gtest.h>
-#include <qorc/qorc.h>
 
 #include "math/generators.h"
 
@@ -272,7 +272,8 @@ TEST(MathBits, CountsReversalsAndSingleBits) {
   EXPECT_EQ(CmathBitReverse8(0x36), 0x6C);
   for (unsigned int b = 0; b < 256; ++b) {
     EXPECT_EQ(CmathBitReverse8(CmathBitReverse8(static_cast<unsigned char>(b))), b);
-    EXPECT_EQ(static_cast<int>(CmathBitGetParity8(static_cast<unsigned char>(b))), CmathBitCount8(static_cast<unsigned char>(b)) % 2);
+    EXPECT_EQ(static_cast<int>(CmathBitGetParity8(static_cast<unsigned char>(b))),
+              CmathBitCount8(static_cast<unsigned char>(b)) % 2);
   }
   EXPECT_EQ(CmathBitGetLSB(12), 4u);
   EXPECT_EQ(CmathBitGetLSB(0), 0u);

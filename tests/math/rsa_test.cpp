@@ -1,8 +1,8 @@
-#include <cstring>
-#include <vector>
-
 #include <gtest/gtest.h>
 #include <qorc/qorc.h>
+
+#include <cstring>
+#include <vector>
 
 #include "math/generators.h"
 
