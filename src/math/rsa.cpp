@@ -269,11 +269,12 @@ void CrsaGenerateKeys(int bits, unsigned char** publicKey, unsigned char** priva
 
       // A round trip through both keys. Besides checking the pair, it draws a
       // number from the generator, and the draws after a seeded generation
-      // have always followed it.
+      // have always followed it. The number may be n itself, which stands
+      // for 0.
       Integer m;
       m.Randomize(source, Integer::Zero(), n);
       const Integer c = PowerMod(m, e, n);
-      if (PowerMod(c, d, n) != m) {
+      if (PowerMod(c, d, n) != m % n) {
         CerrInternalError.Trigger();
         return;
       }

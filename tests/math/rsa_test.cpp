@@ -121,6 +121,21 @@ TEST(Rsa, RoundTripsForSeveralKeySizes) {
   }
 }
 
+TEST(Rsa, TinyKeysFromManySeeds) {
+  // With 8 bits the only modulus of two distinct 4-bit primes is 11 * 13.
+  const Bytes data = Pattern(40, 6);
+  for (unsigned int seed = 1; seed <= 1500; ++seed) {
+    const int bits = seed % 2 == 0 ? 8 : 16;
+    const KeyPair keys = Generate(bits, seed);
+    ASSERT_FALSE(C_ERROR::Is()) << seed;
+    if (bits == 8) {
+      ASSERT_EQ(keys.publicKey[0], 143) << seed;
+    }
+    const Bytes plain = Decrypt(bits, keys.privateKey, Encrypt(bits, keys.publicKey, data));
+    ASSERT_TRUE(std::equal(data.begin(), data.end(), plain.begin())) << seed;
+  }
+}
+
 TEST(Rsa, ShortDataMakesOnePaddedBlock) {
   const KeyPair keys = Generate(512, 99);
   const Bytes data = Pattern(10, 3);
