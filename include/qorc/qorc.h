@@ -8,6 +8,7 @@
 #include <qorc/string.h>
 #include <qorc/error.h>
 #include <qorc/memory.h>
+#include <qorc/rawstring.h>
 #include <qorc/shielding.h>
 #include <qorc/numerics.h>
 #include <qorc/rsa.h>

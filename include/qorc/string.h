@@ -116,6 +116,96 @@ class QORC_API C_STRING {
   void FromANSI(const char* text);
   void FromUTF8(const char* text);
 
+  // Editing, in place. Ranges are inclusive; operations that grow leave the
+  // string unchanged while an error is visible. -------------------------------
+  // Positions outside 0..length are ignored.
+  void Insert(int i, C_CHAR c);
+  void Insert(int i, const C_STRING& text);
+  // Nothing when i is outside the string.
+  void Remove(int i);
+  // A first below 0 counts as 0, a last beyond the end as the last index.
+  void Remove(int first, int last);
+  // The range is clamped as for Remove; nothing when it is then empty.
+  void Replace(int first, int last, const C_STRING& text);
+  // Every occurrence, left to right; replaced text is never scanned again.
+  void Replace(const C_STRING& from, const C_STRING& to);
+  void ReplaceAll(C_CHAR from, C_CHAR to);
+  // Character-wise translation; CerrInvalidValue when the lengths differ.
+  void SubstituteChars(const C_STRING& from, const C_STRING& to);
+  // Keeps only the inclusive range; empty when first exceeds last.
+  void Trim(int first, int last);
+  void RemoveAllSpaces();
+  void Pad(C_CHAR c, int width, C_BOOL left);
+  void Unpad(C_CHAR c, C_BOOL left);
+  void UnpadSpaces();
+  C_STRING GetSlice(int first, int last) const;
+
+  // Case --------------------------------------------------------------------------
+  void MakeLower();
+  void MakeUpper();
+  void MakeLower1();
+  void MakeUpper1();
+  C_BOOL IsLower() const;
+  C_BOOL IsUpper() const;
+  C_BOOL IsUpper1() const;
+
+  // Search: indexes, or -1 when nothing is found ------------------------------------
+  int Search(C_CHAR c, int start = 0) const;
+  int SearchNoCase(C_CHAR c, int start = 0) const;
+  int Search(const C_STRING& text, int start = 0) const;
+  int SearchNoCase(const C_STRING& text, int start = 0) const;
+  int SearchFromEnd(C_CHAR c, int start) const;
+  int SearchFromEnd(C_CHAR c) const;
+  // A start of -1 means the last character.
+  int BackwardSearch(C_CHAR c, int start = -1) const;
+  // The start is accepted and ignored: the search always begins at index 0.
+  int SearchCharSet(const C_STRING& set, int start = 0, int* which = nullptr) const;
+  // As the searches, leaving CerrStringNotFound (mild) pending when nothing is found.
+  int Find(C_CHAR c, int start = 0) const;
+  int Find(const C_STRING& text, int start = 0) const;
+  int FindFromEnd(C_CHAR c, int start) const;
+  int FindFromEnd(C_CHAR c) const;
+  C_BOOL StartsWith(const C_STRING& text) const;
+  C_BOOL EndsWith(const C_STRING& text) const;
+  C_BOOL StartsWithNoCase(const C_STRING& text) const;
+  C_BOOL EndsWithNoCase(const C_STRING& text) const;
+
+  // Wildcards: "?" any one character, "*" any run; no escape, no classes --------------
+  C_BOOL MatchWildCard(const C_STRING& pattern) const;
+  C_BOOL MatchWildCardNoCase(const C_STRING& pattern, C_BOOL patternIsLower = false) const;
+
+  // Numbers in text. A scan reads from start; *end, when given, receives the
+  // index just behind what was read. The decimal separator is always the full
+  // stop. -----------------------------------------------------------------------------
+  C_BOOL IsInt() const;
+  C_BOOL IsHexa() const;
+  int ScanInt(int start = 0, int* end = nullptr) const;
+  C_BOOL HasInt(int start, int* value, int* end = nullptr) const;
+  long long ScanLong(int start = 0, int* end = nullptr) const;
+  C_BOOL HasLong(int start, long long* value, int* end = nullptr) const;
+  double ScanReal(int start = 0, int* end = nullptr) const;
+  int ToInt() const;
+  double ToReal() const;
+  int HexaToInt() const;
+  long long HexaToLong() const;
+  // A mixed number ("3 1/4"), a fraction ("3/4") or a real; 0.0 when not understood.
+  static void ConvertFraction(const C_STRING& text, double* result);
+  // The next token separated by spaces or tabs; double quotes group blanks.
+  void ScanToken(C_STRING* token, int start, int* end) const;
+
+  // Special characters and text coding ----------------------------------------------
+  // Characters from 0x00FF up become the escape 0x00FF and four hexadecimal digits.
+  void Encode();
+  void Decode();
+  // Latin-1 bytes, then decoded.
+  void Decode(const char* text);
+  void ToSpecial();
+  void FromSpecial();
+  // The text for an input field or a display, in a library-wide buffer that the
+  // next call overwrites.
+  const char16_t* GetInputTCHAR() const;
+  void FromInputTCHAR(const char16_t* text);
+
  private:
   static const char16_t* EmptyText();
   void AppendGrowing(C_CHAR c);

@@ -31,6 +31,9 @@ int MaxCharBytes(int codePage);
 int DecodeOneChar(int codePage, const char* bytes, int limit, char16_t* out);
 // Writes one character (no terminator): the bytes written, or -1.
 int EncodeOneChar(int codePage, char16_t c, char* out);
+// Writes one character (no terminator) only when the code page has a form of
+// its own for it, no default character: the bytes written, or -1.
+int EncodeOneCharExact(int codePage, char16_t c, char* out);
 // The length in bytes of the character that starts at `bytes` (at most
 // `available`); 1 for a byte that starts no valid character.
 int CharByteLength(int codePage, const char* bytes, int available);

@@ -282,6 +282,22 @@ int EncodeOneChar(int codePage, char16_t c, char* out) {
   return length;
 }
 
+int EncodeOneCharExact(int codePage, char16_t c, char* out) {
+  UConverter* converter = Converter(codePage);
+  if (converter == nullptr) return -1;
+  UErrorCode status = U_ZERO_ERROR;
+  ucnv_setFromUCallBack(converter, UCNV_FROM_U_CALLBACK_STOP, nullptr, nullptr, nullptr, &status);
+  char area[8];
+  status = U_ZERO_ERROR;
+  const int32_t length =
+      ucnv_fromUChars(converter, area, static_cast<int32_t>(sizeof area), reinterpret_cast<const UChar*>(&c), 1, &status);
+  UErrorCode restore = U_ZERO_ERROR;
+  ucnv_setFromUCallBack(converter, UCNV_FROM_U_CALLBACK_SUBSTITUTE, nullptr, nullptr, nullptr, &restore);
+  if (U_FAILURE(status) || length <= 0 || length > static_cast<int32_t>(sizeof area)) return -1;
+  std::memcpy(out, area, static_cast<std::size_t>(length));
+  return length;
+}
+
 int CharByteLength(int codePage, const char* bytes, int available) {
   if (available <= 1 || MaxCharBytes(codePage) == 1) return available > 0 ? 1 : 0;
   char16_t ignored;
