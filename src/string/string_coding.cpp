@@ -77,7 +77,7 @@ void C_STRING::Decode() {
   int write = read;
   while (read < length) {
     const char16_t c = text[read];
-    if (c != C_CHAR::CODE) {
+    if (c != static_cast<char16_t>(C_CHAR::CODE)) {
       text[write++] = c;
       ++read;
       continue;

@@ -108,6 +108,25 @@ TEST(StringEditing, ReplaceEveryOccurrence) {
   self.Replace(self, C_STRING(u"[ab]"));
   EXPECT_EQ(Text(self), u"[ab]");
 
+  // Many occurrences, into a buffer with room and into a new one.
+  std::u16string pairs;
+  std::u16string expected;
+  for (int i = 0; i < 300; ++i) {
+    pairs += i % 7 == 0 ? u"ab-" : u"ab";
+    expected += i % 7 == 0 ? u"xyb-" : u"xyb";
+  }
+  C_STRING roomy;
+  roomy.Grow(2000);
+  roomy = pairs.c_str();
+  roomy.Replace(C_STRING(u"a"), C_STRING(u"xy"));
+  EXPECT_EQ(Text(roomy), expected);
+  EXPECT_EQ(roomy.GetSize(), 2000);
+  C_STRING tight(pairs.c_str());
+  tight.Replace(C_STRING(u"a"), C_STRING(u"xy"));
+  EXPECT_EQ(Text(tight), expected);
+  tight.Replace(C_STRING(u"xy"), C_STRING(u"a"));
+  EXPECT_EQ(Text(tight), pairs);
+
   // Growing past the longest string changes nothing.
   C_STRING many(std::u16string(40000, u'x').c_str());
   many.Replace(C_STRING(u"x"), C_STRING(u"yy"));
