@@ -22,14 +22,16 @@ struct WildcardCase {
 const WildcardCase& Wildcards() {
   static const WildcardCase data = [] {
     WildcardCase c;
-    const char* stems[] = {"report", "Report_final", "data-2024-01-17", "measurement_0042", "a", "readme",
-                           "thumbnail.cache", "settings.backup", "x1y2z3", "very_long_file_name_for_a_drawing"};
+    const char* stems[] = {
+        "report", "Report_final",    "data-2024-01-17", "measurement_0042", "a",
+        "readme", "thumbnail.cache", "settings.backup", "x1y2z3",           "very_long_file_name_for_a_drawing"};
     const char* suffixes[] = {".txt", ".dat", ".qcz", ".bak", ".txt.bak", "", ".log", ".csv"};
     for (const char* stem : stems) {
       for (const char* suffix : suffixes) c.names.push_back(std::string(stem) + suffix);
     }
-    c.patterns = {"*.txt", "*.dat", "report*", "*_*.csv", "data-\?\?\?\?-\?\?-\?\?.dat", "*", "?eadme*", "*.ba?",
-                  "measurement_*.log", "very*drawing.qcz", "*2024*", "x?y?z?"};
+    c.patterns = {"*.txt",  "*.dat",   "report*", "*_*.csv",           "data-\?\?\?\?-\?\?-\?\?.dat",
+                  "*",      "?eadme*", "*.ba?",   "measurement_*.log", "very*drawing.qcz",
+                  "*2024*", "x?y?z?"};
     for (const std::string& name : c.names) c.wideNames.emplace_back(name.c_str());
     for (const std::string& pattern : c.patterns) c.widePatterns.emplace_back(pattern.c_str());
     return c;

@@ -1,7 +1,7 @@
 // Decoding of coded text: wide text with escapes, and coded 8-bit lines.
-#include "fuzz_support.h"
-
 #include <cstdlib>
+
+#include "fuzz_support.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   fuzz::Prepare();

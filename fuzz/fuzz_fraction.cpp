@@ -1,7 +1,7 @@
 // Mixed numbers and fractions.
-#include "fuzz_support.h"
-
 #include <cstdlib>
+
+#include "fuzz_support.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   fuzz::Prepare();

@@ -1,8 +1,8 @@
 // Search and replacement against a plain reference, with spare room in the
 // buffer or without.
-#include "fuzz_support.h"
-
 #include <cstdlib>
+
+#include "fuzz_support.h"
 
 namespace {
 

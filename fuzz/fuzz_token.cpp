@@ -1,7 +1,7 @@
 // Reading every token of a line, as a host splits a command line.
-#include "fuzz_support.h"
-
 #include <cstdlib>
+
+#include "fuzz_support.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   fuzz::Prepare();

@@ -1,7 +1,7 @@
 // Reading UTF-8 text, then writing it back.
-#include "fuzz_support.h"
-
 #include <cstdlib>
+
+#include "fuzz_support.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   fuzz::Prepare();

@@ -1,7 +1,7 @@
 // Wildcard matching, pattern and text both from the input.
-#include "fuzz_support.h"
-
 #include <cstdlib>
+
+#include "fuzz_support.h"
 
 namespace {
 

@@ -339,13 +339,9 @@ bool LettersAllOfCase(const char16_t* text, int count, qorc::platform::CharClass
 
 }  // namespace
 
-C_BOOL C_STRING::IsLower() const {
-  return LettersAllOfCase(Units(buffer_), number_, qorc::platform::CharClass::Lower);
-}
+C_BOOL C_STRING::IsLower() const { return LettersAllOfCase(Units(buffer_), number_, qorc::platform::CharClass::Lower); }
 
-C_BOOL C_STRING::IsUpper() const {
-  return LettersAllOfCase(Units(buffer_), number_, qorc::platform::CharClass::Upper);
-}
+C_BOOL C_STRING::IsUpper() const { return LettersAllOfCase(Units(buffer_), number_, qorc::platform::CharClass::Upper); }
 
 C_BOOL C_STRING::IsUpper1() const {
   if (number_ == 0) return false;
@@ -409,9 +405,7 @@ int C_STRING::SearchFromEnd(C_CHAR c, int start) const {
 
 int C_STRING::SearchFromEnd(C_CHAR c) const { return SearchFromEnd(c, number_ - 1); }
 
-int C_STRING::BackwardSearch(C_CHAR c, int start) const {
-  return SearchFromEnd(c, start == -1 ? number_ - 1 : start);
-}
+int C_STRING::BackwardSearch(C_CHAR c, int start) const { return SearchFromEnd(c, start == -1 ? number_ - 1 : start); }
 
 // The start is deliberately ignored: callers rely on the search covering the
 // whole text.

@@ -88,7 +88,9 @@ TEST(StringCoding, DecodeOfShortOrStrayEscapes) {
 
 TEST(StringCoding, DecodeOfAnEightBitLine) {
   C_STRING s;
-  s.Decode("\xff" "03A9 and \xe9");
+  s.Decode(
+      "\xff"
+      "03A9 and \xe9");
   EXPECT_EQ(Text(s), u"\u03a9 and \u00e9");
   s.Decode("");
   EXPECT_TRUE(s.IsVoid());
