@@ -154,6 +154,40 @@ BENCHMARK(AppendCharsStd)->Name("append_chars/u16string");
 BENCHMARK(AppendCharsReusedCString)->Name("append_chars_reused/C_STRING");
 BENCHMARK(AppendCharsReusedStd)->Name("append_chars_reused/u16string");
 
+// Searching a character and a word near the end of a 4000-character text.
+struct SearchText {
+  C_STRING text;
+  std::u16string standard;
+  SearchText() {
+    for (int i = 0; i < kAppendCount; ++i) standard += static_cast<char16_t>(u'a' + (i % 23));
+    standard += u"needle!";
+    text = standard.c_str();
+  }
+};
+const SearchText& Haystack() {
+  static SearchText haystack;
+  return haystack;
+}
+
+void SearchCString(benchmark::State& state) {
+  const C_STRING word(u"needle");
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(Haystack().text.Search(C_CHAR(u'!')));
+    benchmark::DoNotOptimize(Haystack().text.Search(word));
+  }
+}
+
+void SearchStd(benchmark::State& state) {
+  const std::u16string word(u"needle");
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(Haystack().standard.find(u'!'));
+    benchmark::DoNotOptimize(Haystack().standard.find(word));
+  }
+}
+
+BENCHMARK(SearchCString)->Name("search_char_and_word/C_STRING");
+BENCHMARK(SearchStd)->Name("search_char_and_word/u16string");
+
 }  // namespace
 
 int main(int argc, char** argv) {

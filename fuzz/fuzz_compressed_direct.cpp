@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "fuzz_support.h"
+#include "file_fuzz_support.h"
 
 QORC_FUZZ_INITIALIZE
 

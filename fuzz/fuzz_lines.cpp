@@ -4,7 +4,7 @@
 #include <string>
 
 #include "foundation/library.h"
-#include "fuzz_support.h"
+#include "file_fuzz_support.h"
 
 QORC_FUZZ_INITIALIZE
 

@@ -1,32 +1,38 @@
-// Shared by the file fuzz targets: the library opened once, and the input
-// written to a scratch file that the target opens with C_FILE.
+// Shared set-up of the fuzz targets: the library is opened once, and every
+// input starts without a pending error.
 #ifndef QORC_FUZZ_FUZZ_SUPPORT_H
 #define QORC_FUZZ_FUZZ_SUPPORT_H
 
 #include <qorc/qorc.h>
-#include <unistd.h>
 
+#include <cstddef>
 #include <cstdint>
-#include <cstdio>
+#include <cstring>
 #include <string>
 
-inline std::string ScratchPath(const char* name) {
-  return "/tmp/qorc-fuzz-" + std::to_string(getpid()) + "-" + name;
+namespace fuzz {
+
+inline void Prepare() {
+  static const bool opened = [] {
+    Copen();
+    return true;
+  }();
+  (void)opened;
+  C_ERROR::ClearPending();
 }
 
-inline void WriteScratch(const std::string& path, const void* data, std::size_t size) {
-  std::FILE* out = std::fopen(path.c_str(), "wb");
-  if (out == nullptr) return;
-  if (size > 0) std::fwrite(data, 1, size, out);
-  std::fclose(out);
+// The input as UTF-16 units (pairs of bytes), at most the longest string.
+inline std::u16string Units(const std::uint8_t* data, std::size_t size) {
+  std::u16string units(size / 2, u'\0');
+  if (!units.empty()) std::memcpy(&units[0], data, units.size() * 2);
+  if (units.size() > static_cast<std::size_t>(C_STRING::MAX_SIZE - 1)) units.resize(C_STRING::MAX_SIZE - 1);
+  return units;
 }
 
-inline C_STRING LibraryPath(const std::string& path) { return C_STRING(path.c_str()); }
+inline C_STRING MakeString(const std::u16string& units) {
+  return C_STRING(static_cast<int>(units.size()), units.data());
+}
 
-#define QORC_FUZZ_INITIALIZE                                       \
-  extern "C" int LLVMFuzzerInitialize(int*, char***) {             \
-    Copen();                                                       \
-    return 0;                                                      \
-  }
+}  // namespace fuzz
 
 #endif

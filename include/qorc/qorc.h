@@ -8,10 +8,13 @@
 #include <qorc/string.h>
 #include <qorc/error.h>
 #include <qorc/memory.h>
+#include <qorc/rawstring.h>
 #include <qorc/shielding.h>
 #include <qorc/date.h>
 #include <qorc/file.h>
 #include <qorc/chrono.h>
-#include <qorc/rawstring.h>
+#include <qorc/numerics.h>
+#include <qorc/rsa.h>
+#include <qorc/progress.h>
 
 #endif

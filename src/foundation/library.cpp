@@ -45,7 +45,7 @@ void Copen() {
 
   const unsigned int seed = static_cast<unsigned int>(qorc::platform::CurrentTimeSeconds());
   qorc::SeedRuntimeRand(seed);
-  qorc::SetIntRandState(seed);
+  qorc::SeedIntRand(seed);
 
   qorc::platform::ApplyEnvironmentLocale();
   qorc::SetLibraryCodePage(qorc::platform::SystemAnsiCodePage());

@@ -1,14 +1,13 @@
 // Functions on zero-terminated 8-bit text in the library code page and on
 // zero-terminated UTF-16 text.
+#include <qorc/error.h>
+#include <qorc/memory.h>
 #include <qorc/rawstring.h>
 
 #include <cstdlib>
 #include <cstring>
 #include <new>
 #include <string>
-
-#include <qorc/error.h>
-#include <qorc/memory.h>
 
 #include "foundation/library.h"
 #include "platform/text.h"
@@ -210,7 +209,9 @@ void CstrNcopy(int count, const char16_t* source, char16_t* destination) {
   for (; i < count; ++i) destination[i] = 0;
 }
 
-void CstrConcat(const char16_t* source, char16_t* destination) { CstrCopy(source, destination + UnitLength(destination)); }
+void CstrConcat(const char16_t* source, char16_t* destination) {
+  CstrCopy(source, destination + UnitLength(destination));
+}
 
 void CstrNconcat(int count, const char16_t* source, char16_t* destination) {
   char16_t* end = destination + UnitLength(destination);
@@ -267,9 +268,7 @@ void CstrDuplic(const char16_t* source, char16_t** result) {
 void CwstrCopy(const char16_t* source, char16_t* destination) { CstrCopy(source, destination); }
 void CwstrNcopy(int count, const char16_t* source, char16_t* destination) { CstrNcopy(count, source, destination); }
 void CwstrConcat(const char16_t* source, char16_t* destination) { CstrConcat(source, destination); }
-void CwstrNconcat(int count, const char16_t* source, char16_t* destination) {
-  CstrNconcat(count, source, destination);
-}
+void CwstrNconcat(int count, const char16_t* source, char16_t* destination) { CstrNconcat(count, source, destination); }
 int CwstrCharNumber(const char16_t* text) { return CstrCharNumber(text); }
 int CwstrComp(const char16_t* a, const char16_t* b) { return CstrComp(a, b); }
 int CwstrNcomp(int count, const char16_t* a, const char16_t* b) { return CstrNcomp(count, a, b); }

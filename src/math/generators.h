@@ -15,6 +15,13 @@ int RuntimeRand();
 // State word of the library's integer generator (0x12345678 at load).
 unsigned int IntRandState();
 void SetIntRandState(unsigned int state);
+// Seeding replaces the state, except with 0, which keeps it.
+void SeedIntRand(unsigned int seed);
+// Advances the integer generator and returns its next result.
+unsigned int NextIntRand();
+// True when the state is a multiple of 2^31 - 1: the generator then repeats
+// one value for ever.
+bool IntRandIsStuck();
 
 }  // namespace qorc
 

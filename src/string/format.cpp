@@ -119,25 +119,25 @@ long long IntegerFor(const Directive& d, const FormatValue& value) {
 }
 
 std::string NarrowSpec(const Directive& d, const char* length, char conversion) {
-  std::string spec = "%" + d.flags;
-  if (d.width >= 0) spec += std::to_string(d.width);
-  if (d.precision >= 0) spec += "." + std::to_string(d.precision);
-  spec += length;
-  spec += conversion;
-  return spec;
+  std::string narrowFormat = "%" + d.flags;
+  if (d.width >= 0) narrowFormat += std::to_string(d.width);
+  if (d.precision >= 0) narrowFormat += "." + std::to_string(d.precision);
+  narrowFormat += length;
+  narrowFormat += conversion;
+  return narrowFormat;
 }
 
 template <typename T>
-void PutPrintf(Sink& sink, const std::string& spec, T v) {
+void PutPrintf(Sink& sink, const std::string& narrowFormat, T v) {
   char small[128];
-  const int needed = std::snprintf(small, sizeof small, spec.c_str(), v);
+  const int needed = std::snprintf(small, sizeof small, narrowFormat.c_str(), v);
   if (needed < 0) return;
   if (needed < static_cast<int>(sizeof small)) {
     sink.PutNarrow(small, needed);
     return;
   }
   std::string large(static_cast<std::size_t>(needed) + 1, '\0');
-  std::snprintf(large.data(), large.size(), spec.c_str(), v);
+  std::snprintf(large.data(), large.size(), narrowFormat.c_str(), v);
   sink.PutNarrow(large.data(), needed);
 }
 

@@ -77,7 +77,7 @@ void C_STRING::Decode() {
   int write = read;
   while (read < length) {
     const char16_t c = text[read];
-    if (C_CHAR(c) != C_CHAR::CODE) {
+    if (c != static_cast<char16_t>(C_CHAR::CODE)) {
       text[write++] = c;
       ++read;
       continue;
@@ -154,10 +154,13 @@ bool GrowInputBuffer(int capacity) {
   if (capacity <= g_inputCapacity) return true;
   void* block = g_inputBuffer;
   CmemRealloc(capacity * static_cast<int>(sizeof(char16_t)), &block);
-  if (C_ERROR::Is()) return false;
-  g_inputBuffer = static_cast<char16_t*>(block);
-  g_inputCapacity = capacity;
-  return true;
+  // A failed reallocation leaves the old block in place; a successful one may
+  // have moved it, even while an older error is pending.
+  if (block != g_inputBuffer || !C_ERROR::Is()) {
+    g_inputBuffer = static_cast<char16_t*>(block);
+    g_inputCapacity = capacity;
+  }
+  return !C_ERROR::Is();
 }
 
 bool EscapesPercent(char16_t next, char16_t diameter) { return next == u'd' || next == u'%' || next == diameter; }
@@ -213,8 +216,9 @@ const char16_t* C_STRING::GetInputTCHAR() const {
   for (int i = 0; i < resultLength; ++i) degrees += result[i] == degree ? 1 : 0;
   if (degrees == 0) return result;
   const int spelled = resultLength + 2 * degrees;
+  // Growing keeps what the escape pass wrote, wherever the buffer moves.
   if (!GrowInputBuffer(spelled + 1)) return text;
-  if (result != g_inputBuffer) std::memcpy(g_inputBuffer, result, resultLength * sizeof(char16_t));
+  if (!escaping) std::memcpy(g_inputBuffer, text, resultLength * sizeof(char16_t));
   char16_t* units = g_inputBuffer;
   int write = spelled;
   units[write] = 0;

@@ -131,12 +131,14 @@ void C_STRING::Replace(const C_STRING& from, const C_STRING& to) {
     return;
   }
 
-  // The text grows: count the occurrences and grow once. The original text
-  // is then moved to the end of the buffer and laid out again from the
-  // front; the writing position never overtakes the reading one.
+  // The text grows: count the occurrences (keeping the first positions) and
+  // grow once.
+  constexpr int kKept = 256;
+  int kept[kKept];
   int occurrences = 0;
   for (int at = qorc::FindUnits(text, length, 0, pattern, fromCount); at >= 0;
        at = qorc::FindUnits(text, length, at + fromCount, pattern, fromCount)) {
+    if (occurrences < kKept) kept[occurrences] = at;
     ++occurrences;
   }
   if (occurrences == 0) return;
@@ -146,25 +148,44 @@ void C_STRING::Replace(const C_STRING& from, const C_STRING& to) {
     return;
   }
   const int total = static_cast<int>(grown);
-  GrowAuto(total + 1);
   if (C_ERROR::Is()) return;
-  text = Units(buffer_);
-  const int offset = total - length;
-  std::memmove(text + offset, text, length * sizeof(char16_t));
-  int read = offset;
+  // A larger buffer is chosen as GrowAuto chooses it and the result laid out
+  // in it directly. Otherwise the original text is first moved to the end of
+  // the buffer and laid out again from the front; the writing position never
+  // overtakes the reading one.
+  C_CHAR* fresh = nullptr;
+  int capacity = size_;
+  if (size_ < total + 1) {
+    capacity = 2 * size_ < MAX_SIZE ? 2 * size_ : MAX_SIZE;
+    if (capacity < total + 1) capacity = total + 1;
+    if (capacity < 10) capacity = 10;
+    fresh = qorc::NewArray<C_CHAR>(static_cast<std::size_t>(capacity));
+    if (fresh == nullptr) return;
+  } else {
+    std::memmove(text + (total - length), text, length * sizeof(char16_t));
+  }
+  const char16_t* source = fresh != nullptr ? text : text + (total - length);
+  char16_t* out = fresh != nullptr ? Units(fresh) : text;
+  int next = 0;  // the next occurrence to place
+  int read = 0;
   int write = 0;
-  for (;;) {
-    const int found = qorc::FindUnits(text, total, read, pattern, fromCount);
-    const int stop = found < 0 ? total : found;
-    std::memmove(text + write, text + read, (stop - read) * sizeof(char16_t));
-    write += stop - read;
-    if (found < 0) break;
-    std::memcpy(text + write, replacement, toCount * sizeof(char16_t));
+  while (next < occurrences) {
+    const int found = next < kKept ? kept[next] : qorc::FindUnits(source, length, read, pattern, fromCount);
+    ++next;
+    std::memmove(out + write, source + read, (found - read) * sizeof(char16_t));
+    write += found - read;
+    std::memcpy(out + write, replacement, toCount * sizeof(char16_t));
     write += toCount;
     read = found + fromCount;
   }
+  std::memmove(out + write, source + read, (length - read) * sizeof(char16_t));
+  out[total] = 0;
+  if (fresh != nullptr) {
+    delete[] buffer_;
+    buffer_ = fresh;
+    size_ = static_cast<unsigned short>(capacity);
+  }
   number_ = static_cast<unsigned short>(total);
-  buffer_[total] = C_CHAR::VOID;
 }
 
 void C_STRING::ReplaceAll(C_CHAR from, C_CHAR to) {
@@ -318,13 +339,9 @@ bool LettersAllOfCase(const char16_t* text, int count, qorc::platform::CharClass
 
 }  // namespace
 
-C_BOOL C_STRING::IsLower() const {
-  return LettersAllOfCase(Units(buffer_), number_, qorc::platform::CharClass::Lower);
-}
+C_BOOL C_STRING::IsLower() const { return LettersAllOfCase(Units(buffer_), number_, qorc::platform::CharClass::Lower); }
 
-C_BOOL C_STRING::IsUpper() const {
-  return LettersAllOfCase(Units(buffer_), number_, qorc::platform::CharClass::Upper);
-}
+C_BOOL C_STRING::IsUpper() const { return LettersAllOfCase(Units(buffer_), number_, qorc::platform::CharClass::Upper); }
 
 C_BOOL C_STRING::IsUpper1() const {
   if (number_ == 0) return false;
@@ -388,9 +405,7 @@ int C_STRING::SearchFromEnd(C_CHAR c, int start) const {
 
 int C_STRING::SearchFromEnd(C_CHAR c) const { return SearchFromEnd(c, number_ - 1); }
 
-int C_STRING::BackwardSearch(C_CHAR c, int start) const {
-  return SearchFromEnd(c, start == -1 ? number_ - 1 : start);
-}
+int C_STRING::BackwardSearch(C_CHAR c, int start) const { return SearchFromEnd(c, start == -1 ? number_ - 1 : start); }
 
 // The start is deliberately ignored: callers rely on the search covering the
 // whole text.

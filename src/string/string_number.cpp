@@ -154,8 +154,7 @@ int ReadReal(const char16_t* text, int length, double* value) {
     // Out of range: beyond the largest double gives an infinity, below the
     // smallest a zero, each with the sign of the text.
     const bool negative = narrow[0] == '-';
-    const long long magnitude =
-        significant ? exponent + (integerDigits > 0 ? integerDigits : -fractionZeros) : -1;
+    const long long magnitude = significant ? exponent + (integerDigits > 0 ? integerDigits : -fractionZeros) : -1;
     const double huge = std::numeric_limits<double>::infinity();
     *value = magnitude > 0 ? (negative ? -huge : huge) : (negative ? -0.0 : 0.0);
   }
