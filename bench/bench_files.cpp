@@ -33,8 +33,8 @@ std::string PathOf(const std::string& name) { return g_dir + "/" + name; }
 C_STRING LibraryPath(const std::string& path) { return C_STRING(path.c_str()); }
 
 std::string TextLike(std::size_t size) {
-  static const char* const kWords[] = {"alpha", "beam", "column", "load", "node", "3.1415", "support", "x",
-                                       "force", "=", "12", "moment", "segment", "-0.25", "plate", "steel"};
+  static const char* const kWords[] = {"alpha", "beam", "column", "load",   "node",    "3.1415", "support", "x",
+                                       "force", "=",    "12",     "moment", "segment", "-0.25",  "plate",   "steel"};
   std::mt19937 random(7);
   std::string out;
   while (out.size() < size) {
@@ -404,10 +404,10 @@ int main(int argc, char** argv) {
                         "BM_ReadCompressedViaTemporary" + arg, "BM_RawZlibUncompressFile" + arg);
     reporter.PrintRatio((name + ": read direct / zlib read+uncompress").c_str(), "BM_ReadCompressedDirect" + arg,
                         "BM_RawZlibUncompressFile" + arg);
-    reporter.PrintRatio((name + ": read direct / zlib uncompress in memory").c_str(),
-                        "BM_ReadCompressedDirect" + arg, "BM_RawZlibUncompressMemory" + arg);
-    reporter.PrintRatio((name + ": random 4K direct / one block uncompress").c_str(),
-                        "BM_DirectRandomRead4K" + arg, "BM_RawZlibOneBlockMemory" + arg);
+    reporter.PrintRatio((name + ": read direct / zlib uncompress in memory").c_str(), "BM_ReadCompressedDirect" + arg,
+                        "BM_RawZlibUncompressMemory" + arg);
+    reporter.PrintRatio((name + ": random 4K direct / one block uncompress").c_str(), "BM_DirectRandomRead4K" + arg,
+                        "BM_RawZlibOneBlockMemory" + arg);
     reporter.PrintRatio((name + ": random 4K direct / one block pread+uncompress").c_str(),
                         "BM_DirectRandomRead4K" + arg, "BM_RawZlibOneBlockFile" + arg);
   }

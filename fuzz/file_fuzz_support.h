@@ -10,9 +10,7 @@
 #include <cstdio>
 #include <string>
 
-inline std::string ScratchPath(const char* name) {
-  return "/tmp/qorc-fuzz-" + std::to_string(getpid()) + "-" + name;
-}
+inline std::string ScratchPath(const char* name) { return "/tmp/qorc-fuzz-" + std::to_string(getpid()) + "-" + name; }
 
 inline void WriteScratch(const std::string& path, const void* data, std::size_t size) {
   std::FILE* out = std::fopen(path.c_str(), "wb");
@@ -23,10 +21,10 @@ inline void WriteScratch(const std::string& path, const void* data, std::size_t 
 
 inline C_STRING LibraryPath(const std::string& path) { return C_STRING(path.c_str()); }
 
-#define QORC_FUZZ_INITIALIZE                                       \
-  extern "C" int LLVMFuzzerInitialize(int*, char***) {             \
-    Copen();                                                       \
-    return 0;                                                      \
+#define QORC_FUZZ_INITIALIZE                           \
+  extern "C" int LLVMFuzzerInitialize(int*, char***) { \
+    Copen();                                           \
+    return 0;                                          \
   }
 
 #endif

@@ -3,8 +3,8 @@
 // compressed in place. The first byte of the input chooses.
 #include <string>
 
-#include "foundation/library.h"
 #include "file_fuzz_support.h"
+#include "foundation/library.h"
 
 QORC_FUZZ_INITIALIZE
 
@@ -19,14 +19,39 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   bool coding = true;
   std::string bytes;
   switch (choice) {
-    case 0: bytes = body; break;
-    case 1: bytes = body; coding = false; qorc::SetLibraryCodePage(65001); break;
-    case 2: bytes = body; coding = false; qorc::SetLibraryCodePage(932); break;
-    case 3: bytes = "\xFF\xFE" + body; type = C_FILE::UNICODE; break;
-    case 4: bytes = "\xFE\xFF" + body; type = C_FILE::UNICODE; break;
-    case 5: bytes = body; type = C_FILE::BINARY; break;
-    case 6: bytes = body; type = C_FILE::AUTO; break;
-    default: type = C_FILE::COMPRESSED; mode = C_FILE::READ | C_FILE::DIRECT; break;
+    case 0:
+      bytes = body;
+      break;
+    case 1:
+      bytes = body;
+      coding = false;
+      qorc::SetLibraryCodePage(65001);
+      break;
+    case 2:
+      bytes = body;
+      coding = false;
+      qorc::SetLibraryCodePage(932);
+      break;
+    case 3:
+      bytes = "\xFF\xFE" + body;
+      type = C_FILE::UNICODE;
+      break;
+    case 4:
+      bytes = "\xFE\xFF" + body;
+      type = C_FILE::UNICODE;
+      break;
+    case 5:
+      bytes = body;
+      type = C_FILE::BINARY;
+      break;
+    case 6:
+      bytes = body;
+      type = C_FILE::AUTO;
+      break;
+    default:
+      type = C_FILE::COMPRESSED;
+      mode = C_FILE::READ | C_FILE::DIRECT;
+      break;
   }
   if (type == C_FILE::COMPRESSED) {
     C_FILE writer(LibraryPath(path), C_FILE::WRITE | C_FILE::DIRECT, C_FILE::COMPRESSED);
@@ -43,10 +68,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     C_CHAR c;
     for (int i = 0; i < 10000; ++i) {
       switch ((operations + i) % 4) {
-        case 0: file.Read(&text); break;
-        case 1: file.ReadToken(&text); break;
-        case 2: file.ReadTokenSpace(&text); break;
-        default: file.Read(&c); break;
+        case 0:
+          file.Read(&text);
+          break;
+        case 1:
+          file.ReadToken(&text);
+          break;
+        case 2:
+          file.ReadTokenSpace(&text);
+          break;
+        default:
+          file.Read(&c);
+          break;
       }
       if (C_ERROR::Is()) {
         const bool end = CerrFileEndReached.IsPending();

@@ -10,11 +10,10 @@
 // can position itself by a table of the blocks built on demand; writing
 // appends. A file opened in place for writing gets its magic and its block
 // buffer when it is opened, so it is a valid (empty) compressed file at once.
+#include <qorc/file.h>
 #include <zlib.h>
 
 #include <cstring>
-
-#include <qorc/file.h>
 
 #include "file/file_internal.h"
 #include "foundation/library.h"
@@ -242,7 +241,8 @@ void C_FILE::UpdateCompressBlockTable() const {
     if (count >= capacity) {
       const int grown = capacity == 0 ? kTableStart : 2 * capacity;
       long long* moreOffsets = qorc::NewArray<long long>(static_cast<std::size_t>(grown));
-      long long* moreStarts = moreOffsets == nullptr ? nullptr : qorc::NewArray<long long>(static_cast<std::size_t>(grown));
+      long long* moreStarts =
+          moreOffsets == nullptr ? nullptr : qorc::NewArray<long long>(static_cast<std::size_t>(grown));
       if (moreStarts == nullptr) {
         delete[] moreOffsets;
         break;
@@ -348,8 +348,7 @@ void C_FILE::PositionDirect(long long position) {
     cursor_ = offset < fill_ ? static_cast<unsigned int>(offset) : fill_;
     return;
   }
-  if (block < 0 || block >= blockCount_ ||
-      !qorc::platform::StreamSeek(stream_, blockOffsets_[block], SEEK_SET)) {
+  if (block < 0 || block >= blockCount_ || !qorc::platform::StreamSeek(stream_, blockOffsets_[block], SEEK_SET)) {
     CerrFileCannotSeek.TriggerMild(&pathExp_);
     return;
   }

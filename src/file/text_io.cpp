@@ -161,17 +161,21 @@ bool WriteCodePage(std::FILE* stream, const char16_t* units, int count) {
     }
     return true;
   }
-  char* bytes = needed <= static_cast<int>(sizeof small) ? small : qorc::NewArray<char>(static_cast<std::size_t>(needed));
+  char* bytes =
+      needed <= static_cast<int>(sizeof small) ? small : qorc::NewArray<char>(static_cast<std::size_t>(needed));
   if (bytes == nullptr) return true;  // the allocation failure is pending
   qorc::platform::WideToMultiByte(codePage, units, count, bytes, needed);
-  const bool written = std::fwrite(bytes, 1, static_cast<std::size_t>(needed), stream) == static_cast<std::size_t>(needed);
+  const bool written =
+      std::fwrite(bytes, 1, static_cast<std::size_t>(needed), stream) == static_cast<std::size_t>(needed);
   if (bytes != small) delete[] bytes;
   return written;
 }
 
 bool IsAsciiControl(int c) { return c < 0x20 || c == 0x7F; }
 
-bool IsControl(int c) { return c < 0x80 ? IsAsciiControl(c) : static_cast<bool>(C_CHAR(static_cast<char16_t>(c)).IsControl()); }
+bool IsControl(int c) {
+  return c < 0x80 ? IsAsciiControl(c) : static_cast<bool>(C_CHAR(static_cast<char16_t>(c)).IsControl());
+}
 
 bool IsControlOrSpace(int c) {
   if (c < 0x80) return IsAsciiControl(c) || c == ' ';
@@ -359,7 +363,8 @@ void C_FILE::Write(const C_STRING& text) {
     const int count = coded.GetNumber();
     const char16_t* units = coded.GetWCHAR();
     char small[512];
-    char* bytes = count <= static_cast<int>(sizeof small) ? small : qorc::NewArray<char>(static_cast<std::size_t>(count));
+    char* bytes =
+        count <= static_cast<int>(sizeof small) ? small : qorc::NewArray<char>(static_cast<std::size_t>(count));
     if (bytes == nullptr) return;
     for (int i = 0; i < count; ++i) bytes[i] = units[i] < 0x100 ? static_cast<char>(units[i]) : '?';
     std::fwrite(bytes, 1, static_cast<std::size_t>(count), stream_);

@@ -34,8 +34,8 @@ inline C_STRING ExpandedPath(const std::string& path) {
 
 // Bytes that compress like text: words from a small vocabulary, lines.
 inline std::string TextLikeBytes(std::size_t size, unsigned seed = 7) {
-  static const char* const kWords[] = {"alpha", "beam", "column", "load", "node", "3.1415", "support", "x",
-                                       "force", "=", "12", "moment", "segment", "-0.25", "plate", "steel"};
+  static const char* const kWords[] = {"alpha", "beam", "column", "load",   "node",    "3.1415", "support", "x",
+                                       "force", "=",    "12",     "moment", "segment", "-0.25",  "plate",   "steel"};
   std::mt19937 random(seed);
   std::string out;
   out.reserve(size + 16);

@@ -56,7 +56,9 @@ TEST(TextIo, CodedLinesEndAtAnyPairing) {
   EXPECT_EQ(pieces[0].size(), 4098u);
   EXPECT_EQ(pieces[1].size(), 902u);
   // Bytes are characters of the same code, then decoded.
-  WriteBytes(path, "caf\xE9 \xFF" "20AC\n");
+  WriteBytes(path,
+             "caf\xE9 \xFF"
+             "20AC\n");
   EXPECT_EQ(ReadLines(path, C_FILE::TEXT), (std::vector<std::string>{"caf\xC3\xA9 \xE2\x82\xAC"}));
 }
 
@@ -73,7 +75,13 @@ TEST(TextIo, CodedWritingRoundTrips) {
     file.Write('!');
     file.WriteEOL();
   }
-  EXPECT_EQ(ReadBytes(path), "Gr\xFC\xDF" "e \xFF" "20AC \xFF" "00FF \xFF" "4E2D\n\xFF" "03A9\xE9!\n");
+  EXPECT_EQ(ReadBytes(path),
+            "Gr\xFC\xDF"
+            "e \xFF"
+            "20AC \xFF"
+            "00FF \xFF"
+            "4E2D\n\xFF"
+            "03A9\xE9!\n");
   C_FILE file(LibraryPath(path), C_FILE::READ, C_FILE::AUTO);
   C_STRING line;
   file.Read(&line);
@@ -89,7 +97,10 @@ TEST(TextIo, CodedWritingRoundTrips) {
 TEST(TextIo, CodedCharacters) {
   TempDir dir;
   const std::string path = dir.File("chars.txt");
-  WriteBytes(path, "a\r\nb\xFF" "00E9\xFF" "00G9");
+  WriteBytes(path,
+             "a\r\nb\xFF"
+             "00E9\xFF"
+             "00G9");
   C_FILE file(LibraryPath(path), C_FILE::READ, C_FILE::TEXT);
   std::u16string read;
   C_CHAR c;
@@ -103,7 +114,9 @@ TEST(TextIo, CodedCharacters) {
   EXPECT_TRUE(TakePending(CerrFileContainsInvalidCode));
   file.Read(&c);
   EXPECT_TRUE(TakePending(CerrFileEndReached));
-  WriteBytes(path, "\xFF" "00");
+  WriteBytes(path,
+             "\xFF"
+             "00");
   C_FILE cut(LibraryPath(path), C_FILE::READ, C_FILE::TEXT);
   cut.Read(&c);
   EXPECT_TRUE(TakePending(CerrFileEndReached));
@@ -121,9 +134,12 @@ TEST(TextIo, UncodedTextUsesTheCodePage) {
       file.WriteEOL();
       file.Write(C_CHAR(u'\u4E2D'));
     }
-    EXPECT_EQ(ReadBytes(path), "\xE2\x82\xAC" "1 \xC3\xA9\n\xE4\xB8\xAD");
-    EXPECT_EQ(ReadLines(path, C_FILE::TEXT, C_FILE::READ, false),
-              (std::vector<std::string>{"\xE2\x82\xAC" "1 \xC3\xA9", "\xE4\xB8\xAD"}));
+    EXPECT_EQ(ReadBytes(path),
+              "\xE2\x82\xAC"
+              "1 \xC3\xA9\n\xE4\xB8\xAD");
+    EXPECT_EQ(ReadLines(path, C_FILE::TEXT, C_FILE::READ, false), (std::vector<std::string>{"\xE2\x82\xAC"
+                                                                                            "1 \xC3\xA9",
+                                                                                            "\xE4\xB8\xAD"}));
     // LF, CR LF and CR all end lines; a bad sequence reads as U+FFFD.
     WriteBytes(path, "a\r\nb\rc\nd\xE2z\n");
     EXPECT_EQ(ReadLines(path, C_FILE::TEXT, C_FILE::READ, false),
@@ -244,7 +260,9 @@ TEST(TextIo, Tokens) {
     EXPECT_TRUE(token == C_STRING(u"abc def"));
     EXPECT_TRUE(TakePending(CerrFileEndReached));
   }
-  WriteBytes(path, "\t\"a \\\" b\\\\\" rest of\tline\r\n\xFF" "00E9");
+  WriteBytes(path,
+             "\t\"a \\\" b\\\\\" rest of\tline\r\n\xFF"
+             "00E9");
   C_FILE file(LibraryPath(path), C_FILE::READ, C_FILE::TEXT);
   C_STRING token;
   file.ReadToken(&token);
@@ -269,9 +287,18 @@ TEST(TextIo, Tokens) {
 TEST(TextIo, EndOfLineForms) {
   TempDir dir;
   const std::string binary = dir.File("b"), unicode = dir.File("u"), text = dir.File("t");
-  { C_FILE file(LibraryPath(binary), C_FILE::WRITE, C_FILE::BINARY); file.WriteEOL(); }
-  { C_FILE file(LibraryPath(unicode), C_FILE::WRITE, C_FILE::UNICODE); file.WriteEOL(); }
-  { C_FILE file(LibraryPath(text), C_FILE::WRITE, C_FILE::TEXT); file.WriteEOL(); }
+  {
+    C_FILE file(LibraryPath(binary), C_FILE::WRITE, C_FILE::BINARY);
+    file.WriteEOL();
+  }
+  {
+    C_FILE file(LibraryPath(unicode), C_FILE::WRITE, C_FILE::UNICODE);
+    file.WriteEOL();
+  }
+  {
+    C_FILE file(LibraryPath(text), C_FILE::WRITE, C_FILE::TEXT);
+    file.WriteEOL();
+  }
   EXPECT_EQ(ReadBytes(binary), "\n");
   EXPECT_EQ(ReadBytes(unicode), std::string("\xFF\xFE\r\0\n\0", 6));
   EXPECT_EQ(ReadBytes(text), "\n");
@@ -301,7 +328,8 @@ TEST(TextIo, FormattedValues) {
   }
   const std::string bytes = ReadBytes(path);
   EXPECT_EQ(bytes.substr(0, bytes.size() - 302),
-            "2-3|123|1234|-007|9000000000|18446744073709551615 5 6|1.50|1.5 2.5|123|1234|[\xFF" "20AC]|1|1|1|");
+            "2-3|123|1234|-007|9000000000|18446744073709551615 5 6|1.50|1.5 2.5|123|1234|[\xFF"
+            "20AC]|1|1|1|");
   EXPECT_EQ(bytes.substr(bytes.size() - 302), "|" + std::string(299, ' ') + "12");
   // Too long for a string: nothing is written.
   C_FILE file(LibraryPath(path), C_FILE::WRITE, C_FILE::BINARY);

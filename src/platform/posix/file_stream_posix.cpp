@@ -1,7 +1,5 @@
 // C runtime streams on POSIX: files are opened by their UTF-8 names, with
 // 64-bit offsets; a full device is ENOSPC.
-#include "platform/file_stream.h"
-
 #include <sys/stat.h>
 #include <sys/types.h>
 
@@ -12,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/file_stream.h"
 #include "platform/posix/native_path.h"
 #include "platform/text.h"
 
