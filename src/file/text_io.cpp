@@ -137,9 +137,9 @@ int WithoutLineEnd(const char16_t* units, int n) {
 
 // The units (which have room for a terminator) become the target's text,
 // reusing its storage when no zero unit is among them.
-void Assign(C_STRING* target, char16_t* units, int n) {
+void Assign(C_STRING* target, char16_t* units, int n, bool mayHoldZero = true) {
   if (n <= 0) return;
-  for (int i = 0; i < n; ++i) {
+  for (int i = 0; mayHoldZero && i < n; ++i) {
     if (units[i] == 0) {
       *target = C_STRING(n, units);
       return;
@@ -417,17 +417,13 @@ void C_FILE::Read(C_STRING* line) {
 void C_FILE::ReadCodedLine(C_STRING* line) {
   char bytes[kLineUnits];
   int stop = EOF;
-  const int n = qorc::platform::ReadBytesUntil(stream_, bytes, kLineUnits, '\r', '\n', &stop);
-  if (stop == '\r' || stop == '\n') {
-    const int pair = stop == '\r' ? '\n' : '\r';
-    const int next = std::getc(stream_);
-    if (next != pair && next != EOF) std::ungetc(next, stream_);
-  } else if (n == 0) {
+  const int n = qorc::platform::ReadBytesUntil(stream_, bytes, kLineUnits, '\r', '\n', &stop, true);
+  if (stop == EOF && n == 0) {
     ReportReadFailure();
     return;
   }
   for (int i = 0; i < n; ++i) g_line[i] = static_cast<unsigned char>(bytes[i]);
-  Assign(line, g_line, n);
+  Assign(line, g_line, n, std::memchr(bytes, 0, static_cast<std::size_t>(n)) != nullptr);
   line->Decode();
 }
 

@@ -40,8 +40,10 @@ class StreamLock {
 int ReadByteUnlocked(std::FILE* stream);
 // Reads bytes into out until one equal to stop1 or stop2 has been read, the
 // end of the file, or `capacity` bytes stored. The stop byte is not stored;
-// *stop receives it, or EOF when none was met. Returns the bytes stored.
-int ReadBytesUntil(std::FILE* stream, char* out, int capacity, int stop1, int stop2, int* stop);
+// *stop receives it, or EOF when none was met. With `pairs`, the other stop
+// byte right after it is taken too (CR LF and LF CR count as one stop).
+// Returns the bytes stored.
+int ReadBytesUntil(std::FILE* stream, char* out, int capacity, int stop1, int stop2, int* stop, bool pairs = false);
 // Reads native 16-bit units into out until the unit `stop` has been read and
 // stored, the end of the file, or `capacity` units stored. A last odd byte
 // is dropped. Returns the units stored.

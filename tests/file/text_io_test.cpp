@@ -55,6 +55,16 @@ TEST(TextIo, CodedLinesEndAtAnyPairing) {
   ASSERT_EQ(pieces.size(), 2u);
   EXPECT_EQ(pieces[0].size(), 4098u);
   EXPECT_EQ(pieces[1].size(), 902u);
+  // Line ends across the stream's buffer boundaries.
+  std::string across;
+  std::vector<std::string> expected;
+  for (std::size_t end : {4095u, 8191u, 12287u, 16383u}) {
+    const std::string line(end - across.size(), static_cast<char>('a' + expected.size()));
+    expected.push_back(line);
+    across += line + (expected.size() % 2 == 0 ? "\r\n" : "\n\r");
+  }
+  WriteBytes(path, across);
+  EXPECT_EQ(ReadLines(path, C_FILE::TEXT), expected);
   // Bytes are characters of the same code, then decoded.
   WriteBytes(path,
              "caf\xE9 \xFF"

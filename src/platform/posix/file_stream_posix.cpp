@@ -97,9 +97,21 @@ void Consume(std::FILE* stream, std::size_t count) {
 #endif
 }
 
+// After the stop byte `stop`, takes the other stop byte when it comes next.
+void TakePartner(std::FILE* stream, int stop, int stop1, int stop2) {
+  const int partner = stop == stop1 ? stop2 : stop1;
+  const Window window = Buffered(stream);
+  if (window.size > 0) {
+    if (window.begin[0] == partner) Consume(stream, 1);
+    return;
+  }
+  const int next = ::getc_unlocked(stream);
+  if (next != partner && next != EOF) ::ungetc(next, stream);
+}
+
 }  // namespace
 
-int ReadBytesUntil(std::FILE* stream, char* out, int capacity, int stop1, int stop2, int* stop) {
+int ReadBytesUntil(std::FILE* stream, char* out, int capacity, int stop1, int stop2, int* stop, bool pairs) {
   StreamLock lock(stream);
   int stored = 0;
   *stop = EOF;
@@ -108,14 +120,20 @@ int ReadBytesUntil(std::FILE* stream, char* out, int capacity, int stop1, int st
     if (window.size > 0) {
       const std::size_t room = static_cast<std::size_t>(capacity - stored);
       const std::size_t count = window.size < room ? window.size : room;
-      for (std::size_t i = 0; i < count; ++i) {
+      // The first of the two stop bytes, by two scans of the window.
+      const void* first = std::memchr(window.begin, stop1, count);
+      const std::size_t limit =
+          first == nullptr ? count : static_cast<std::size_t>(static_cast<const unsigned char*>(first) - window.begin);
+      const void* second = std::memchr(window.begin, stop2, limit);
+      if (second != nullptr) first = second;
+      if (first != nullptr) {
+        const std::size_t i = static_cast<std::size_t>(static_cast<const unsigned char*>(first) - window.begin);
         const int c = window.begin[i];
-        if (c == stop1 || c == stop2) {
-          std::memcpy(out + stored, window.begin, i);
-          Consume(stream, i + 1);
-          *stop = c;
-          return stored + static_cast<int>(i);
-        }
+        std::memcpy(out + stored, window.begin, i);
+        Consume(stream, i + 1);
+        *stop = c;
+        if (pairs) TakePartner(stream, c, stop1, stop2);
+        return stored + static_cast<int>(i);
       }
       std::memcpy(out + stored, window.begin, count);
       Consume(stream, count);
@@ -126,6 +144,7 @@ int ReadBytesUntil(std::FILE* stream, char* out, int capacity, int stop1, int st
     if (c == EOF) break;
     if (c == stop1 || c == stop2) {
       *stop = c;
+      if (pairs) TakePartner(stream, c, stop1, stop2);
       break;
     }
     out[stored++] = static_cast<char>(c);
