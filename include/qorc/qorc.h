@@ -13,5 +13,8 @@
 #include <qorc/numerics.h>
 #include <qorc/rsa.h>
 #include <qorc/progress.h>
+#include <qorc/date.h>
+#include <qorc/file.h>
+#include <qorc/chrono.h>
 
 #endif

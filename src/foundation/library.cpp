@@ -6,6 +6,7 @@
 #include <qorc/types.h>
 
 #include "math/generators.h"
+#include "path/roots.h"
 #include "platform/clock.h"
 #include "platform/text.h"
 
@@ -59,5 +60,6 @@ void Copen() {
 void Cclose() {
   // Temporary files of the library are unlinked as soon as they are created,
   // so none can be left behind here.
+  qorc::DestroyRootTables();
   qorc::DestroyErrorContext();
 }
