@@ -86,6 +86,12 @@ void C_FILE::SplitPath(const C_STRING& path, C_STRING* dir, C_STRING* name) {
 }
 
 void C_FILE::SplitDir(const C_STRING& dir, C_STRING* root, int* count, C_STRING** parts) {
+  if (root == &dir) {
+    // The root is written while the directory is still being read.
+    const C_STRING copy(dir);
+    SplitDir(copy, root, count, parts);
+    return;
+  }
   *count = 0;
   const int length = dir.GetNumber();
   if (length == 0) return;

@@ -62,6 +62,10 @@ TEST(FileNames, SplitPathSeparatesDirectoryAndName) {
   C_FILE::SplitPath(C_STRING(u"C:\\a\\.."), &dir, &name);
   EXPECT_EQ(Text(dir), u"C:\\a\\..");
   EXPECT_EQ(Text(name), u"");
+  // A name holding a zero unit is not ".".
+  C_FILE::SplitPath(C_STRING(2, u".\0"), &dir, &name);
+  EXPECT_EQ(Text(dir), u"");
+  EXPECT_EQ(name.GetNumber(), 2);
   C_FILE::SplitPath(C_STRING(u"/usr/lib/x.so"), &dir, &name);
   EXPECT_EQ(Text(dir), u"/usr/lib");
   EXPECT_EQ(Text(name), u"x.so");
