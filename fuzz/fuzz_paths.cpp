@@ -1,6 +1,7 @@
 // Path texts from documents and users: expansion through the roots, file-name
-// splitting and shrinking, suffixes and indexes, compaction, comparison; and
-// the kernel's mount table as the network names read it.
+// splitting and shrinking, suffixes and indexes, compaction, comparison; the
+// kernel's mount table as the network names read it; dates read from text and
+// formatted by a caller's format.
 #include <qorc/qorc.h>
 
 #include <cstdint>
@@ -81,6 +82,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const C_STRING text(static_cast<int>(first.size()), first.data());
   const C_STRING other(static_cast<int>(second.size()), second.data());
   Exercise(text, other, width);
+
+  const C_DATE date(text);
+  C_STRING formatted;
+  date.GetString(other, &formatted);
+  date.GetString(width, &formatted);
+  date.GetString(&formatted);
+  C_ERROR::ClearPending();
 
   std::string source;
   qorc::platform::posix::FindNetworkSource(std::string(reinterpret_cast<const char*>(data), size), "/mnt", &source);

@@ -5,12 +5,12 @@
 #ifndef QORC_FILE_H
 #define QORC_FILE_H
 
-#include <cstdio>
-
 #include <qorc/date.h>
 #include <qorc/export.h>
 #include <qorc/string.h>
 #include <qorc/types.h>
+
+#include <cstdio>
 
 class QORC_API C_FILE {
  public:

@@ -39,8 +39,8 @@ template <typename... Values>
 C_STRING Printed(const char* format, Values... values) {
   char area[64];
   const int length = std::snprintf(area, sizeof area, format, values...);
-  return C_STRING(length < 0 ? 0 : (length < static_cast<int>(sizeof area) ? length : static_cast<int>(sizeof area) - 1),
-                  area);
+  return C_STRING(
+      length < 0 ? 0 : (length < static_cast<int>(sizeof area) ? length : static_cast<int>(sizeof area) - 1), area);
 }
 
 // Whether the lower-cased format holds the token at position i.
@@ -52,6 +52,20 @@ bool TokenAt(const C_STRING& lower, int i, const char16_t* token) {
 }
 
 }  // namespace
+
+// Each field is read at its fixed place; the separators between the fields
+// are not examined. A missing or malformed field reads as 0 and leaves the
+// integer reader's error pending; the rest is still read.
+C_DATE::C_DATE(const C_STRING& text) : C_DATE() {
+  const auto field = [&text](int first, int last) { return text.GetSlice(first, last).ToInt(); };
+  SetYear(field(0, 3));
+  SetMonth(field(5, 6));
+  SetDay(field(8, 9));
+  SetHour(field(11, 12));
+  SetMinute(field(14, 15));
+  SetSecond(field(17, 18));
+  SetHundredth(field(20, 21));
+}
 
 int C_DATE::Compare(const C_DATE& o) const {
   const int mine[7] = {year_, month_, day_, hour_, minute_, second_, hundredth_};
@@ -141,11 +155,7 @@ void C_DATE::GetString(int layout, C_STRING* out) const {
 // and 2150 gives 150, as stored documents expect.
 void C_DATE::GetString(const C_STRING& format, C_STRING* out) const {
   C_STRING lower(format);
-  for (int i = 0; i < lower.GetNumber(); ++i) {
-    C_CHAR c = lower.Get(i);
-    c.MakeLower();
-    lower.Replace(i, c);
-  }
+  lower.MakeLower();
   C_STRING result;
   int i = 0;
   while (i < format.GetNumber()) {

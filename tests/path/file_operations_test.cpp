@@ -25,7 +25,9 @@ C_STRING Lib(const std::string& native) {
   return path;
 }
 
-void WriteFile(const std::string& path, const std::string& content) { std::ofstream(path, std::ios::binary) << content; }
+void WriteFile(const std::string& path, const std::string& content) {
+  std::ofstream(path, std::ios::binary) << content;
+}
 
 std::string ReadFile(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
@@ -39,7 +41,8 @@ bool Present(const std::string& path) {
 
 // The pending error is `error`, with `extra` as its text; clears it.
 void ExpectPending(const C_ERROR& error, const C_STRING& extra) {
-  EXPECT_TRUE(error.IsPending()) << "pending: " << (C_ERROR::GetPending() ? C_ERROR::GetPending()->GetKey().GetANSI() : "none");
+  EXPECT_TRUE(error.IsPending()) << "pending: "
+                                 << (C_ERROR::GetPending() ? C_ERROR::GetPending()->GetKey().GetANSI() : "none");
   EXPECT_EQ(Text(C_ERROR::GetPendingExtra()), Text(extra));
   C_ERROR::ClearPending();
 }

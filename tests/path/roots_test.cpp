@@ -1,3 +1,5 @@
+#include "path/roots.h"
+
 #include <gtest/gtest.h>
 #include <qorc/qorc.h>
 #include <unistd.h>
@@ -5,7 +7,6 @@
 #include <cstdlib>
 #include <string>
 
-#include "path/roots.h"
 #include "platform/posix/mountinfo.h"
 #include "support/temp_dir.h"
 

@@ -139,6 +139,35 @@ TEST(Date, TokenFormats) {
   C_DATE::SetDefaultDateFormat(C_STRING(u"dd/mm/yyyy"));
 }
 
+TEST(Date, ReadsTheDefaultTextForm) {
+  const C_DATE d(2007, 5, 14, 13, 45, 30, 25);
+  C_STRING text;
+  d.GetString(&text);
+  EXPECT_TRUE(C_DATE(text) == d);
+  EXPECT_FALSE(C_ERROR::Is());
+  // The separators are not examined.
+  EXPECT_TRUE(C_DATE(C_STRING(u"1999x12y31z23:59:58+07")) == C_DATE(1999, 12, 31, 23, 59, 58, 7));
+  EXPECT_FALSE(C_ERROR::Is());
+
+  // Only the date: the time fields are missing.
+  const C_DATE dateOnly{C_STRING(u"2007/05/04")};
+  EXPECT_TRUE(dateOnly == C_DATE(2007, 5, 4));
+  EXPECT_TRUE(dateOnly.IsValid());
+  EXPECT_TRUE(CerrStringNotInt.IsPending());
+  C_ERROR::ClearPending();
+
+  // A malformed field reads as 0; the others are still read.
+  const C_DATE bad{C_STRING(u"2007/0x/14-13:45:30.25")};
+  EXPECT_TRUE(bad == C_DATE(2007, 0, 14, 13, 45, 30, 25));
+  EXPECT_FALSE(bad.IsValid());
+  EXPECT_TRUE(CerrStringNotInt.IsPending());
+  C_ERROR::ClearPending();
+
+  const C_DATE empty{C_STRING()};
+  EXPECT_TRUE(empty == C_DATE::VOID);
+  EXPECT_TRUE(CerrStringNotInt.IsPending());
+}
+
 TEST(Date, ClockReadings) {
   const std::time_t before = std::time(nullptr);
   C_DATE gmt;

@@ -1,13 +1,13 @@
 // Locale date and time formats through ICU, which carries its own locale
 // data: results do not depend on the locales a machine has installed.
-#include "platform/date_format.h"
-
 #include <unicode/ucal.h>
 #include <unicode/udat.h>
 
 #include <cstdlib>
 #include <new>
 #include <string>
+
+#include "platform/date_format.h"
 
 namespace qorc::platform {
 namespace {
@@ -33,8 +33,8 @@ constexpr UDate kPureGregorian = -8.64e15;
 // The work area of one formatted part.
 constexpr int kAreaLength = 256;
 
-bool Format(UDateFormatStyle timeStyle, UDateFormatStyle dateStyle, int year, int month, int day, int hour,
-            int minute, int second, std::u16string* out) {
+bool Format(UDateFormatStyle timeStyle, UDateFormatStyle dateStyle, int year, int month, int day, int hour, int minute,
+            int second, std::u16string* out) {
   static const UChar kUtc[] = u"UTC";
   const std::string locale = TimeLocale();
   UErrorCode status = U_ZERO_ERROR;
