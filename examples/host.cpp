@@ -1,6 +1,7 @@
 // A small host program: starts the library, installs a report handler,
-// builds and converts strings, provokes a failure and reports it, and keeps
-// a document in the library's compressed format.
+// builds and converts strings, provokes a failure and reports it,
+// registers installation roots to expand, reduce and compare paths, and
+// keeps a document in the library's compressed format.
 #include <qorc/qorc.h>
 
 #include <cstdio>
@@ -80,8 +81,28 @@ int main() {
   }
   C_ERROR::ContextPop();
   std::printf("%-28s %d\n", "greeting length kept:", greeting.GetNumber());
-  C_ERROR::ClearPending();
 
+  // Installation roots: the host registers them once, at start-up, in the
+  // library's path form ("\" as separator), as CompressPath gives it.
+  C_FILE::AddRoot(C_STRING(u"QORHOME"), C_FILE::CompressPath(C_STRING(u"/opt/qor")));
+  C_FILE::AddRoot(C_STRING(u"QORCONFIG"), C_FILE::CompressPath(C_STRING(u"/opt/qor/etc")));
+  C_STRING stored(u"$QORCONFIG/site.ini");
+  C_STRING path(stored);
+  C_FILE::ExpandPath(&path);
+  PrintUtf8("stored path:", stored);
+  PrintUtf8("expanded:", path);
+  C_STRING root;
+  C_STRING inside(path);
+  C_FILE::RemoveRoot(&inside, &root);
+  PrintUtf8("longest root:", root);
+  PrintUtf8("path under it:", inside);
+  C_STRING back(path);
+  C_FILE::ReplaceRoot(&back);
+  PrintUtf8("stored form again:", back);
+  const C_STRING other(u"/OPT/qor/bin/../ETC/./Site.ini");
+  std::printf("%-28s %s\n", "same file as the other:", C_FILE::HasSamePath(stored, other) ? "yes" : "no");
+
+  C_ERROR::ClearPending();
   if (!CompressedDocument()) {
     C_ERROR::ReportPending();
     Cclose();

@@ -3,10 +3,10 @@
 #ifndef QORC_CHRONO_H
 #define QORC_CHRONO_H
 
-#include <chrono>
-
 #include <qorc/export.h>
 #include <qorc/types.h>
+
+#include <chrono>
 
 class QORC_API C_CHRONO {
  public:

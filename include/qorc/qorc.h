@@ -10,11 +10,11 @@
 #include <qorc/memory.h>
 #include <qorc/rawstring.h>
 #include <qorc/shielding.h>
-#include <qorc/date.h>
-#include <qorc/file.h>
-#include <qorc/chrono.h>
 #include <qorc/numerics.h>
 #include <qorc/rsa.h>
 #include <qorc/progress.h>
+#include <qorc/date.h>
+#include <qorc/file.h>
+#include <qorc/chrono.h>
 
 #endif

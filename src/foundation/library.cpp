@@ -55,8 +55,10 @@ void Copen() {
   CcharUnicode = qorc::platform::WideFileNames();
 }
 
-// A one-way step: the table pointers and counts are deliberately left as they
-// are, since no operation of the library may be called afterwards.
+// A one-way step: no operation of the library may be called afterwards. The
+// error context's pointer and counts are left as they are; the root tables
+// come back empty, so a stray path expansion finds no root instead of freed
+// memory.
 void Cclose() {
   // Temporary files of the library are unlinked as soon as they are created,
   // so none can be left behind here.

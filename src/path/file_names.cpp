@@ -6,12 +6,9 @@
 #include "path/path_text.h"
 
 using qorc::path::At;
-using qorc::path::FindLastChar;
 using qorc::path::FindSeparator;
 using qorc::path::Head;
-using qorc::path::IsDigits;
 using qorc::path::IsSeparator;
-using qorc::path::Slice;
 using qorc::path::Tail;
 
 namespace {
@@ -22,9 +19,9 @@ namespace {
 // scan goes on. The first other "." ends the scan. With `stopAtSeparator` the
 // scan looks only at the file-name part.
 struct SuffixScan {
-  int dot = -1;         // the "." that ends the suffix, or -1
-  int end = 0;          // the suffix runs from dot + 1 to end - 1
-  C_STRING index;       // the index met last (the one nearest the suffix)
+  int dot = -1;    // the "." that ends the suffix, or -1
+  int end = 0;     // the suffix runs from dot + 1 to end - 1
+  C_STRING index;  // the index met last (the one nearest the suffix)
   bool hasIndex = false;
 };
 
@@ -35,11 +32,14 @@ SuffixScan ScanSuffix(const C_STRING& name, bool skipIndexes, bool stopAtSeparat
     const char16_t c = At(name, i);
     if (stopAtSeparator && IsSeparator(c)) break;
     if (c != u'.') continue;
-    if (skipIndexes && i != 0 && IsDigits(name, i + 1, scan.end)) {
-      scan.index = Slice(name, i + 1, scan.end - 1);
-      scan.hasIndex = true;
-      scan.end = i;
-      continue;
+    if (skipIndexes && i != 0) {
+      C_STRING following = name.GetSlice(i + 1, scan.end - 1);
+      if (following.IsInt()) {
+        scan.index = following;
+        scan.hasIndex = true;
+        scan.end = i;
+        continue;
+      }
     }
     scan.dot = i;
     break;
@@ -86,6 +86,12 @@ void C_FILE::SplitPath(const C_STRING& path, C_STRING* dir, C_STRING* name) {
 }
 
 void C_FILE::SplitDir(const C_STRING& dir, C_STRING* root, int* count, C_STRING** parts) {
+  if (root == &dir) {
+    // The root is written while the directory is still being read.
+    const C_STRING copy(dir);
+    SplitDir(copy, root, count, parts);
+    return;
+  }
   *count = 0;
   const int length = dir.GetNumber();
   if (length == 0) return;
@@ -124,7 +130,7 @@ void C_FILE::SplitDir(const C_STRING& dir, C_STRING* root, int* count, C_STRING*
     if (IsSeparator(At(dir, i))) ++i;
     int end = FindSeparator(dir, i);
     if (end < 0) end = length;
-    array[n++] = Slice(dir, i, end - 1);
+    array[n++] = dir.GetSlice(i, end - 1);
     i = end;
   }
   *parts = array;
@@ -140,7 +146,7 @@ void C_FILE::SplitName(const C_STRING& name, C_STRING* prefix, C_STRING* suffix)
   } else {
     // Indexes skipped by the scan belong to neither part.
     prefixPart = Head(name, scan.dot);
-    suffixPart = Slice(name, scan.dot + 1, scan.end - 1);
+    suffixPart = name.GetSlice(scan.dot + 1, scan.end - 1);
   }
   *prefix = prefixPart;
   *suffix = suffixPart;
@@ -242,13 +248,13 @@ void C_FILE::CompactPath(const C_STRING& path, int width, C_STRING* out) {
 }
 
 void C_FILE::GetPrefix(const C_STRING& name, C_STRING* out) {
-  const int dot = FindLastChar(name, u'.');
+  const int dot = name.SearchFromEnd(C_CHAR(u'.'));
   *out = dot < 0 ? C_STRING() : Head(name, dot);
 }
 
 // Separators are not considered: a dot in a directory name counts.
 void C_FILE::GetLastSuffix(const C_STRING& name, C_STRING* out) {
-  const int dot = FindLastChar(name, u'.');
+  const int dot = name.SearchFromEnd(C_CHAR(u'.'));
   *out = dot < 0 ? C_STRING() : Tail(name, dot + 1);
 }
 
@@ -270,7 +276,7 @@ void C_FILE::SetLastSuffix(const C_STRING& suffix, C_STRING* path) {
 
 void C_FILE::RemoveLastSuffix(C_STRING* path, C_STRING* suffix) {
   if (suffix != nullptr) suffix->Clear();
-  const int dot = FindLastChar(*path, u'.');
+  const int dot = path->SearchFromEnd(C_CHAR(u'.'));
   if (dot < 0) return;
   if (suffix != nullptr) *suffix = Tail(*path, dot + 1);
   *path = Head(*path, dot);
@@ -282,7 +288,7 @@ void C_FILE::GetSuffix(const C_STRING& name, C_STRING* out) {
     return;
   }
   const SuffixScan scan = ScanSuffix(name, true, false);
-  *out = scan.dot < 0 ? C_STRING() : Slice(name, scan.dot + 1, scan.end - 1);
+  *out = scan.dot < 0 ? C_STRING() : name.GetSlice(scan.dot + 1, scan.end - 1);
 }
 
 // With several trailing indexes only the one nearest the suffix is kept,
@@ -330,7 +336,7 @@ void C_FILE::RemoveSuffix(C_STRING* path, C_STRING* suffix) {
 void C_FILE::GetIndex(const C_STRING& name, C_STRING* out) {
   C_STRING last;
   GetLastSuffix(name, &last);
-  if (!IsDigits(last, 0, last.GetNumber())) last.Clear();
+  if (!last.IsInt()) last.Clear();
   *out = last;
 }
 

@@ -10,29 +10,29 @@ inline bool IsSeparator(char16_t c) { return c == u'\\' || c == u'/'; }
 
 inline char16_t At(const C_STRING& s, int i) { return static_cast<char16_t>(s.Get(i)); }
 
-// The characters first to last inclusive, clamped to the string; empty when
-// the range holds nothing.
-C_STRING Slice(const C_STRING& s, int first, int last);
-// The characters from `first` to the end.
-inline C_STRING Tail(const C_STRING& s, int first) { return Slice(s, first, s.GetNumber() - 1); }
-// The characters before `end`.
-inline C_STRING Head(const C_STRING& s, int end) { return Slice(s, 0, end - 1); }
+// The characters before `end`, and those from `first` to the end.
+inline C_STRING Head(const C_STRING& s, int end) { return s.GetSlice(0, end - 1); }
+inline C_STRING Tail(const C_STRING& s, int first) { return s.GetSlice(first, s.GetNumber() - 1); }
 
-// First index of c at or after start, or -1.
-int FindChar(const C_STRING& s, char16_t c, int start);
 // First index at or after start holding "\" or "/", or -1.
-int FindSeparator(const C_STRING& s, int start);
-// Last index of c, or -1.
-int FindLastChar(const C_STRING& s, char16_t c);
+inline int FindSeparator(const C_STRING& s, int start) {
+  for (int i = start < 0 ? 0 : start; i < s.GetNumber(); ++i) {
+    if (IsSeparator(At(s, i))) return i;
+  }
+  return -1;
+}
 
-// The characters from first to end - 1 exist and are all decimal digits.
-bool IsDigits(const C_STRING& s, int first, int end);
-// s begins with prefix, code unit by code unit.
-bool StartsWith(const C_STRING& s, const C_STRING& prefix);
-
-// Case-mapped copies, character by character.
-C_STRING Lowered(const C_STRING& s);
-C_STRING Uppered(const C_STRING& s);
+// Case-mapped copies.
+inline C_STRING Lowered(const C_STRING& s) {
+  C_STRING copy(s);
+  copy.MakeLower();
+  return copy;
+}
+inline C_STRING Uppered(const C_STRING& s) {
+  C_STRING copy(s);
+  copy.MakeUpper();
+  return copy;
+}
 
 }  // namespace qorc::path
 

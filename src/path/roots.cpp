@@ -2,20 +2,17 @@
 // well-known directories.
 #include "path/roots.h"
 
-#include <string>
-
 #include <qorc/file.h>
+
+#include <string>
 
 #include "foundation/library.h"
 #include "path/path_text.h"
 #include "platform/filesystem.h"
 
 using qorc::path::At;
-using qorc::path::FindChar;
 using qorc::path::Head;
 using qorc::path::Lowered;
-using qorc::path::Slice;
-using qorc::path::StartsWith;
 using qorc::path::Tail;
 using qorc::path::Uppered;
 
@@ -43,8 +40,8 @@ bool GrowPair(C_STRING** first, C_STRING** second, int count, int* capacity, int
     delete[] newSecond;
     return false;
   }
-  delete[] *first;
-  delete[] *second;
+  delete[] * first;
+  delete[] * second;
   *first = newFirst;
   *second = newSecond;
   *capacity = grown;
@@ -58,9 +55,7 @@ C_STRING* g_networkAnswers = nullptr;
 int g_networkNb = 0;
 int g_networkNba = 0;
 
-C_STRING FromUnits(const std::u16string& text) {
-  return C_STRING(static_cast<int>(text.size()), text.data());
-}
+C_STRING FromUnits(const std::u16string& text) { return C_STRING(static_cast<int>(text.size()), text.data()); }
 
 // Gives the protected table to the library's own housekeeping.
 struct RootTable : C_FILE {
@@ -81,12 +76,12 @@ struct RootTable : C_FILE {
 // replacement brings in is expanded only when it lies beyond the old name.
 void RootTable::Expand(C_STRING* path, bool ignoreCase) {
   CleanPath(path);
-  int start = FindChar(*path, u'$', 0);
+  int start = path->Search(C_CHAR(u'$'), 0);
   while (start >= 0) {
-    int end = FindChar(*path, u'\\', start);
+    int end = path->Search(C_CHAR(u'\\'), start);
     if (end < 0) end = path->GetNumber();
     if (C_ERROR::Is()) return;
-    C_STRING name = Slice(*path, start + 1, end - 1);
+    C_STRING name = path->GetSlice(start + 1, end - 1);
     if (ignoreCase) name = Lowered(name);
     for (int i = 0; i < RootsNb; ++i) {
       if ((ignoreCase ? Lowered(RootsNames[i]) : RootsNames[i]) == name) {
@@ -98,7 +93,7 @@ void RootTable::Expand(C_STRING* path, bool ignoreCase) {
         break;
       }
     }
-    const int next = FindChar(*path, u'$', 0);
+    const int next = path->Search(C_CHAR(u'$'), 0);
     if (next < 0 || next <= end - 1) break;
     start = next;
   }
@@ -154,13 +149,13 @@ void C_FILE::RemoveRoot(C_STRING* path, C_STRING* root) {
   int bestLength = 0;
   for (int i = 0; i < RootsNb; ++i) {
     const int length = RootsDirs[i].GetNumber();
-    if (length > bestLength && StartsWith(*path, RootsDirs[i])) {
+    if (length > bestLength && path->StartsWith(RootsDirs[i])) {
       best = i;
       bestLength = length;
     }
   }
   if (best < 0) return;
-  if (root != nullptr) *root = Slice(*path, 0, bestLength);
+  if (root != nullptr) *root = path->GetSlice(0, bestLength);
   *path = Tail(*path, bestLength);
 }
 
@@ -173,7 +168,7 @@ void C_FILE::ReplaceRoot(C_STRING* path) {
   int bestLength = 0;
   for (int i = 0; i < RootsNb; ++i) {
     const int length = RootsDirs[i].GetNumber();
-    if (length > bestLength && StartsWith(lower, Lowered(RootsDirs[i]))) {
+    if (length > bestLength && lower.StartsWith(Lowered(RootsDirs[i]))) {
       best = i;
       bestLength = length;
     }

@@ -315,7 +315,8 @@ int C_STRING::operator==(const char16_t* text) const {
   const char16_t* mine = GetWCHAR();
   int i = 0;
   for (; i < number_; ++i) {
-    if (mine[i] != text[i]) return 0;
+    // A string holding a zero is longer than the text: stop at its terminator.
+    if (text[i] == 0 || mine[i] != text[i]) return 0;
   }
   return text[i] == 0;
 }

@@ -69,7 +69,8 @@ C_CHRONO::operator std::chrono::seconds() const {
 }
 
 void C_DELAY::Init(int minutes, int seconds, int milliseconds) {
-  const long long total = (static_cast<long long>(seconds) + static_cast<long long>(minutes) * 60) * 1000 + milliseconds;
+  const long long total =
+      (static_cast<long long>(seconds) + static_cast<long long>(minutes) * 60) * 1000 + milliseconds;
   duration_ = static_cast<unsigned int>(static_cast<unsigned long long>(total));
 }
 

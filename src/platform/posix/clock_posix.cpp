@@ -1,9 +1,9 @@
-#include "platform/clock.h"
-
 #include <time.h>
 
 #include <cerrno>
 #include <ctime>
+
+#include "platform/clock.h"
 
 namespace qorc::platform {
 namespace {

@@ -3,12 +3,10 @@
 // permission and holds even for root, a rename never replaces its target, a
 // copy refuses or replaces its target on request and leaves nothing behind
 // when it fails, temporary files vanish when closed.
-#include "platform/filesystem.h"
-
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 #include <unicode/ustring.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -18,6 +16,7 @@
 #include <sstream>
 #include <vector>
 
+#include "platform/filesystem.h"
 #include "platform/posix/mountinfo.h"
 #include "platform/posix/native_path.h"
 
@@ -73,7 +72,8 @@ std::string Unescape(const std::string& field) {
 }
 
 bool IsNetworkType(const std::string& type) {
-  static const char* const kTypes[] = {"nfs", "nfs4", "cifs", "smb3", "smbfs", "sshfs", "fuse.sshfs", "9p", "afs", "ncpfs"};
+  static const char* const kTypes[] = {"nfs",   "nfs4",       "cifs", "smb3", "smbfs",
+                                       "sshfs", "fuse.sshfs", "9p",   "afs",  "ncpfs"};
   for (const char* known : kTypes) {
     if (type == known) return true;
   }
@@ -162,8 +162,7 @@ bool WriteAll(int fd, const char* data, std::size_t size) {
 }
 
 // The copy loop behind CopyFile, on open descriptors.
-bool CopyContents(int in, int out, long long total, CopyProgress progress, void* context,
-                  const volatile bool* cancel) {
+bool CopyContents(int in, int out, long long total, CopyProgress progress, void* context, const volatile bool* cancel) {
   constexpr std::size_t kChunk = 64 * 1024;
   std::vector<char> buffer(kChunk);
   long long done = 0;
@@ -182,8 +181,8 @@ bool CopyContents(int in, int out, long long total, CopyProgress progress, void*
   }
 }
 
-bool CopyNative(const std::string& from, const std::string& to, bool failIfExists, CopyProgress progress,
-                void* context, const volatile bool* cancel) {
+bool CopyNative(const std::string& from, const std::string& to, bool failIfExists, CopyProgress progress, void* context,
+                const volatile bool* cancel) {
   const int in = ::open(from.c_str(), O_RDONLY | O_CLOEXEC);
   if (in < 0) return false;
   struct stat source;
@@ -249,7 +248,8 @@ FileError SetWritable(const char16_t* path, bool writable) {
     struct stat status;
     if (::stat(name.c_str(), &status) != 0) return FromErrno(errno);
     mode_t mode = status.st_mode & 07777;
-    mode = writable ? (mode | S_IRUSR | S_IWUSR) : ((mode & ~static_cast<mode_t>(S_IWUSR | S_IWGRP | S_IWOTH)) | S_IRUSR);
+    mode =
+        writable ? (mode | S_IRUSR | S_IWUSR) : ((mode & ~static_cast<mode_t>(S_IWUSR | S_IWGRP | S_IWOTH)) | S_IRUSR);
     return ::chmod(name.c_str(), mode) == 0 ? FileError::None : FromErrno(errno);
   });
 }
@@ -302,7 +302,8 @@ FileError RenameNoReplace(const char16_t* from, const char16_t* to) {
 
 bool CopyFile(const char16_t* from, const char16_t* to, bool failIfExists, CopyProgress progress, void* context,
               const volatile bool* cancel) {
-  return Guarded(false, [&] { return CopyNative(NativePath(from), NativePath(to), failIfExists, progress, context, cancel); });
+  return Guarded(false,
+                 [&] { return CopyNative(NativePath(from), NativePath(to), failIfExists, progress, context, cancel); });
 }
 
 FileError ModificationTime(const char16_t* path, long long* seconds) {
