@@ -1,12 +1,84 @@
-// Text coding, quote escaping and the input/display form of the technical symbols.
+// Text coding, quote escaping and the technical symbols with their input/display form.
 #include <gtest/gtest.h>
 #include <qorc/qorc.h>
 
 #include <string>
+#include <utility>
 
 namespace {
 
 std::u16string Text(const C_STRING& s) { return std::u16string(s.GetWCHAR(), s.GetNumber()); }
+
+TEST(StringCoding, EncodeAndDecode) {
+  const std::pair<const char16_t*, const char16_t*> cases[] = {
+      {u"x\u03a9y", u"x\u00ff03A9y"},
+      {u"\u00ff", u"\u00ff00FF"},
+      {u"\uabcd\u0100 \u00fe\uffff", u"\u00ffABCD\u00ff0100 \u00fe\u00ffFFFF"},
+      {u"caf\u00e9 \u00fe", u"caf\u00e9 \u00fe"},
+      {u"", u""}};
+  for (const auto& c : cases) {
+    C_STRING s(c.first);
+    s.Encode();
+    EXPECT_EQ(Text(s), c.second);
+    s.Decode();
+    EXPECT_EQ(Text(s), c.first);
+  }
+  C_STRING omega(u"x\u03a9y");
+  omega.Encode();
+  EXPECT_EQ(omega.GetSize(), 8);
+  C_STRING latin(u"caf\u00e9");
+  const char16_t* before = latin.GetWCHAR();
+  latin.Encode();
+  EXPECT_EQ(latin.GetWCHAR(), before);  // Latin-1 text needs no coding: nothing is allocated
+  C_STRING empty;
+  empty.Encode();
+  empty.Decode();
+  EXPECT_EQ(empty.GetSize(), 0);
+  EXPECT_FALSE(C_ERROR::Is());
+
+  C_STRING wide(std::u16string(20000, u'\u4e00').c_str());
+  wide.Encode();  // would outgrow the longest string
+  EXPECT_TRUE(CerrValueTooHigh.IsPending());
+  EXPECT_EQ(wide.GetNumber(), 20000);
+  EXPECT_EQ(wide.Get(0), C_CHAR(0x4e00));
+}
+
+TEST(StringCoding, DecodeOfShortStrayAndEightBitEscapes) {
+  // Fewer than four digits give the value of those digits, yet reading moves
+  // on five places; an escape with no digit behind it stays as it is.
+  const std::pair<const char16_t*, const char16_t*> cases[] = {{u"a\u00ff41", u"a\u0041"},
+                                                               {u"\u00ff4!xyz", u"\u0004z"},
+                                                               {u"\u00ffnot coded", u"\u00ffnot coded"},
+                                                               {u"end\u00ff", u"end\u00ff"}};
+  for (const auto& c : cases) {
+    C_STRING s(c.first);
+    s.Decode();
+    EXPECT_EQ(Text(s), c.second);
+  }
+  C_STRING s;
+  s.Decode(
+      "\xff"
+      "03A9 and \xe9");
+  EXPECT_EQ(Text(s), u"\u03a9 and \u00e9");
+  s.Decode("");
+  EXPECT_TRUE(s.IsVoid());
+}
+
+TEST(StringCoding, QuoteEscaping) {
+  // Backslashes already present are not doubled: a reader that takes a
+  // doubled backslash as one would misread the escaped form.
+  const struct {
+    const char16_t *text, *escaped;
+  } cases[] = {
+      {u"a\"b", u"a\\\"b"}, {u"a\\b", u"a\\b"}, {u"\"\"", u"\\\"\\\""}, {u"\\\"", u"\\\\\""}, {u"x\\", u"x\\"}};
+  for (const auto& c : cases) {
+    C_STRING s(c.text);
+    s.ToSpecial();
+    EXPECT_EQ(Text(s), c.escaped);
+    s.FromSpecial();
+    EXPECT_EQ(Text(s), c.text);
+  }
+}
 
 // A host whose display lacks symbols clears the flags through a derived class.
 class Display : public C_CHAR {
@@ -26,169 +98,57 @@ class StringSpecial : public testing::Test {
   }
 };
 
-TEST(StringCoding, EncodeAndDecode) {
-  C_STRING omega(u"x\u03a9y");
-  omega.Encode();
-  EXPECT_EQ(Text(omega), u"x\u00ff03A9y");
-  EXPECT_EQ(omega.GetSize(), 8);
-  omega.Decode();
-  EXPECT_EQ(Text(omega), u"x\u03a9y");
-
-  C_STRING code(u"\u00ff");
-  code.Encode();
-  EXPECT_EQ(Text(code), u"\u00ff00FF");
-  code.Decode();
-  EXPECT_EQ(Text(code), u"\u00ff");
-
-  C_STRING mixed(u"\uabcd\u0100 \u00fe\u00ff\uffff");
-  const std::u16string original = Text(mixed);
-  mixed.Encode();
-  for (char16_t c : Text(mixed)) EXPECT_LE(c, 0x00FF);
-  mixed.Decode();
-  EXPECT_EQ(Text(mixed), original);
-
-  // Latin-1 text needs no coding: nothing changes, nothing is allocated.
-  C_STRING latin(u"caf\u00e9 \u00fe");
-  const C_CHAR* before = reinterpret_cast<const C_CHAR*>(latin.GetWCHAR());
-  latin.Encode();
-  EXPECT_EQ(Text(latin), u"caf\u00e9 \u00fe");
-  EXPECT_EQ(reinterpret_cast<const C_CHAR*>(latin.GetWCHAR()), before);
-  C_STRING empty;
-  empty.Encode();
-  empty.Decode();
-  EXPECT_EQ(empty.GetSize(), 0);
-  EXPECT_FALSE(C_ERROR::Is());
-}
-
-TEST(StringCoding, EncodeRefusesTextThatWouldOutgrowTheLongestString) {
-  C_STRING wide(std::u16string(20000, u'\u4e00').c_str());
-  wide.Encode();
-  EXPECT_TRUE(CerrValueTooHigh.IsPending());
-  EXPECT_EQ(wide.GetNumber(), 20000);
-  EXPECT_EQ(wide.Get(0), C_CHAR(0x4e00));
-}
-
-TEST(StringCoding, DecodeOfShortOrStrayEscapes) {
-  // Fewer than four digits give the value of those digits; reading still
-  // moves on five places.
-  C_STRING cut(u"a\u00ff41");
-  cut.Decode();
-  EXPECT_EQ(Text(cut), u"a\u0041");
-  C_STRING skipped(u"\u00ff4!xyz");
-  skipped.Decode();
-  EXPECT_EQ(Text(skipped), u"\u0004z");
-  // An escape with no digit behind it stays as it is.
-  C_STRING stray(u"\u00ffnot coded");
-  stray.Decode();
-  EXPECT_EQ(Text(stray), u"\u00ffnot coded");
-  C_STRING last(u"end\u00ff");
-  last.Decode();
-  EXPECT_EQ(Text(last), u"end\u00ff");
-}
-
-TEST(StringCoding, DecodeOfAnEightBitLine) {
-  C_STRING s;
-  s.Decode(
-      "\xff"
-      "03A9 and \xe9");
-  EXPECT_EQ(Text(s), u"\u03a9 and \u00e9");
-  s.Decode("");
-  EXPECT_TRUE(s.IsVoid());
-}
-
-TEST(StringCoding, QuoteEscaping) {
-  C_STRING s(u"a\"b");
-  s.ToSpecial();
-  EXPECT_EQ(Text(s), u"a\\\"b");
-  s.FromSpecial();
-  EXPECT_EQ(Text(s), u"a\"b");
-
-  C_STRING plain(u"a\\b");
-  plain.FromSpecial();
-  EXPECT_EQ(Text(plain), u"a\\b");
-  plain.ToSpecial();
-  EXPECT_EQ(Text(plain), u"a\\b");
-
-  C_STRING quotes(u"\"\"");
-  quotes.ToSpecial();
-  EXPECT_EQ(Text(quotes), u"\\\"\\\"");
-  // Backslashes already present are not doubled: a reader that takes a
-  // doubled backslash as one would misread this form.
-  C_STRING lossy(u"\\\"");
-  lossy.ToSpecial();
-  EXPECT_EQ(Text(lossy), u"\\\\\"");
-  lossy.FromSpecial();
-  EXPECT_EQ(Text(lossy), u"\\\"");
-  C_STRING trailing(u"x\\");
-  trailing.FromSpecial();
-  EXPECT_EQ(Text(trailing), u"x\\");
-}
-
-TEST_F(StringSpecial, InputFormWithEverySymbolShown) {
-  const C_STRING percent(u"10%d");
-  EXPECT_EQ(std::u16string(percent.GetInputTCHAR()), u"10%%d");
+TEST_F(StringSpecial, InputFormFollowsTheDisplayFlags) {
+  const struct {
+    bool diameter, degree;
+    const char16_t *text, *shown, *back;
+  } cases[] = {{true, true, u"10%d", u"10%%d", u"10%d"},
+               // The diameter is shown as it is; a percent sign before it is doubled.
+               {true, true, u"\u00d8 20 %\u00d8 %%", u"\u00d8 20 %%\u00d8 %%%", u"\u00d8 20 %\u00d8 %%"},
+               {true, true, u"", u"", u""},
+               {false, true, u"\u00d8 20", u"%d 20", u"\u00d8 20"},
+               {false, true, u"%d and %%d and \u00d8", u"%%d and %%%%d and %d", u"%d and %%d and \u00d8"},
+               {true, false, u"45\u00b0", u"45deg", u"45deg"},  // spelled out, it stays spelled out
+               // The shown form is ambiguous: "%deg" reads back as the diameter and "eg".
+      {false, false, u"\u00d8\u00b0%\u00b0\u00b0", u"%ddeg%degdeg", u"\u00d8deg\u00d8egdeg"}};
+  for (const auto& c : cases) {
+    Display::Set(c.diameter, c.degree);
+    const std::u16string shown = C_STRING(c.text).GetInputTCHAR();
+    EXPECT_EQ(shown, c.shown);
+    C_STRING back;
+    back.FromInputTCHAR(shown.c_str());
+    EXPECT_EQ(Text(back), c.back);
+  }
+  // FromInputTCHAR turns "%d" into the diameter whatever the flags say.
+  Display::Set(true, true);
   C_STRING back;
-  back.FromInputTCHAR(u"10%%d");
-  EXPECT_EQ(Text(back), u"10%d");
-
-  // The diameter is shown as it is; a percent sign before it is doubled.
-  const C_STRING diameter(u"\u00d8 20 %\u00d8 %%");
-  EXPECT_EQ(std::u16string(diameter.GetInputTCHAR()), u"\u00d8 20 %%\u00d8 %%%");
-  back.FromInputTCHAR(diameter.GetInputTCHAR());
-  EXPECT_EQ(Text(back), u"\u00d8 20 %\u00d8 %%");
-
+  back.FromInputTCHAR(u"%d 20");
+  EXPECT_EQ(Text(back), u"\u00d8 20");
   // Text without anything to escape is returned as it stands.
   const C_STRING plain(u"50% off, 45\u00b0");
   EXPECT_EQ(plain.GetInputTCHAR(), plain.GetWCHAR());
-  EXPECT_EQ(std::u16string(C_STRING().GetInputTCHAR()), u"");
 }
 
-TEST_F(StringSpecial, InputFormWithoutTheDiameter) {
-  Display::Set(false, true);
-  const C_STRING s(u"\u00d8 20");
-  EXPECT_EQ(std::u16string(s.GetInputTCHAR()), u"%d 20");
-  C_STRING back;
-  back.FromInputTCHAR(s.GetInputTCHAR());
-  EXPECT_EQ(Text(back), u"\u00d8 20");
-
-  const C_STRING tricky(u"%d and %%d and \u00d8");
-  const std::u16string shown = tricky.GetInputTCHAR();
-  EXPECT_EQ(shown, u"%%d and %%%%d and %d");
-  back.FromInputTCHAR(shown.c_str());
-  EXPECT_EQ(Text(back), u"%d and %%d and \u00d8");
-
-  // FromInputTCHAR turns "%d" into the diameter whatever the flags say.
-  Display::Set(true, true);
-  back.FromInputTCHAR(u"%d 20");
-  EXPECT_EQ(Text(back), u"\u00d8 20");
-}
-
-TEST_F(StringSpecial, InputFormWithoutTheDegree) {
-  Display::Set(true, false);
-  const C_STRING angle(u"45\u00b0");
-  EXPECT_EQ(std::u16string(angle.GetInputTCHAR()), u"45deg");
-  C_STRING back;
-  back.FromInputTCHAR(angle.GetInputTCHAR());
-  EXPECT_EQ(Text(back), u"45deg");  // spelled out, it stays spelled out
-
+TEST_F(StringSpecial, SymbolsAreTheHostsChoice) {
+  EXPECT_EQ(int(C_CHAR::GetSpecialChar(C_CHAR::DIAMETER)), 0x00D8);
+  EXPECT_EQ(int(C_CHAR::GetSpecialChar(C_CHAR::PLUS_MINUS)), 0x00B1);
+  EXPECT_TRUE(C_CHAR::IsDiameterSymbolSupported() && C_CHAR::IsDegreeSymbolSupported());
   Display::Set(false, false);
-  const C_STRING both(u"\u00d8\u00b0%\u00b0\u00b0");
-  EXPECT_EQ(std::u16string(both.GetInputTCHAR()), u"%ddeg%degdeg");
-
-  // The symbols are the ones the host set.
+  EXPECT_FALSE(C_CHAR::IsDiameterSymbolSupported() || C_CHAR::IsDegreeSymbolSupported());
   C_CHAR::SetSpecialChar(C_CHAR::DEGREE, C_CHAR(u'~'));
   C_CHAR::SetSpecialChar(C_CHAR::DIAMETER, C_CHAR(u'#'));
-  const C_STRING custom(u"#5 ~3 \u00b0");
-  EXPECT_EQ(std::u16string(custom.GetInputTCHAR()), u"%d5 deg3 \u00b0");
+  EXPECT_EQ(int(C_CHAR::GetSpecialChar(C_CHAR::DIAMETER)), u'#');
+  EXPECT_EQ(std::u16string(C_STRING(u"#5 ~3 \u00b0").GetInputTCHAR()), u"%d5 deg3 \u00b0");
+  C_STRING back;
   back.FromInputTCHAR(u"%d5");
   EXPECT_EQ(Text(back), u"#5");
-}
 
-TEST_F(StringSpecial, InputFormReturnsTheTextWhileAnErrorIsPending) {
-  Display::Set(false, false);
-  const C_STRING s(std::u16string(3000, u'\u00d8').c_str());
+  // While an error is pending the text is returned as it stands.
+  const C_STRING s(std::u16string(3000, u'#').c_str());
   CerrInvalidValue.Trigger();
   EXPECT_EQ(s.GetInputTCHAR(), s.GetWCHAR());
+  C_CHAR::Open();
+  EXPECT_TRUE(C_CHAR::IsDiameterSymbolSupported() && C_CHAR::IsDegreeSymbolSupported());
 }
 
 }  // namespace
