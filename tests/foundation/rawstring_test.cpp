@@ -10,22 +10,18 @@
 
 namespace {
 
-// Runs a test under one code page and restores the library's afterwards.
+// Restores the library code page after a test that changes it.
 class CodePage : public testing::Test {
  protected:
-  void Use(int codePage) { qorc::SetLibraryCodePage(codePage); }
-  void SetUp() override { saved_ = qorc::LibraryCodePage(); }
-  void TearDown() override { qorc::SetLibraryCodePage(saved_); }
-
- private:
-  int saved_ = 0;
+  ~CodePage() override { qorc::SetLibraryCodePage(saved_); }
+  const int saved_ = qorc::LibraryCodePage();
 };
 
 // Shift-JIS: hiragana a and i, and katakana so, whose trail byte is a backslash.
 const std::string kA = "\x82\xa0", kI = "\x82\xa2", kSo = "\x83\x5c";
 
 TEST_F(CodePage, DoubleByteCharactersCountAsOne) {
-  Use(932);
+  qorc::SetLibraryCodePage(932);
   EXPECT_EQ(CastrLength((kA + kI).c_str()), 4);
   EXPECT_EQ(CastrCharNumber((kA + kI).c_str()), 2);
   EXPECT_EQ(CastrCharNumber(""), 0);
@@ -44,8 +40,8 @@ TEST_F(CodePage, DoubleByteCharactersCountAsOne) {
   EXPECT_EQ(CastrDec(start, start), nullptr);
 }
 
-TEST_F(CodePage, CopyAndConcatenateByCharacters) {
-  Use(932);
+TEST_F(CodePage, CopyConcatenateAndConvertByCharacters) {
+  qorc::SetLibraryCodePage(932);
   const std::string text = kA + "b" + kI;
   char area[16];
   std::memset(area, '#', sizeof area);
@@ -54,32 +50,27 @@ TEST_F(CodePage, CopyAndConcatenateByCharacters) {
   std::memset(area, '#', sizeof area);
   CastrNcopy(5, text.c_str(), area);
   EXPECT_EQ(std::string(area, 8), text + std::string(2, '\0') + "#");
-
   std::strcpy(area, "x");
   CastrNconcat(1, text.c_str(), area);
   EXPECT_EQ(std::string(area), "x" + kA);
   CastrNconcat(9, "yz", area);
   CastrNconcat(0, "never", area);
   EXPECT_EQ(std::string(area), "x" + kA + "yz");
-}
 
-TEST_F(CodePage, SingleCharacterConversions) {
-  Use(932);
   char16_t wide = 1;
   EXPECT_EQ(CastrCharToWideChar(kA.c_str(), &wide), 2);
   EXPECT_EQ(wide, u'\u3042');
   EXPECT_EQ(CastrCharToWideChar("", &wide), 0);
   EXPECT_EQ(wide, 0);
   EXPECT_EQ(CastrCharToWideChar("\x82", &wide), -1);  // cut by the terminator
-  char bytes[8] = {};
-  EXPECT_EQ(CastrWideCharToChar(u'\u3044', bytes), 2);
-  EXPECT_EQ(std::string(bytes, 2), kI);
-  EXPECT_EQ(CastrWideCharToChar(u'\u00e9', bytes), -1);  // no form in this code page
+  EXPECT_EQ(CastrWideCharToChar(u'\u3044', area), 2);
+  EXPECT_EQ(std::string(area, 2), kI);
+  EXPECT_EQ(CastrWideCharToChar(u'\u00e9', area), -1);  // no form in this code page
 
-  Use(1252);
-  EXPECT_EQ(CastrWideCharToChar(u'\u20ac', bytes), 1);
-  EXPECT_EQ(bytes[0], '\x80');
-  EXPECT_EQ(CastrWideCharToChar(u'\u3042', bytes), -1);
+  qorc::SetLibraryCodePage(1252);
+  EXPECT_EQ(CastrWideCharToChar(u'\u20ac', area), 1);
+  EXPECT_EQ(area[0], '\x80');
+  EXPECT_EQ(CastrWideCharToChar(u'\u3042', area), -1);
   EXPECT_EQ(CastrCharToWideChar("\x80", &wide), 1);
   EXPECT_EQ(wide, u'\u20ac');
   EXPECT_EQ(CastrCharNumber("d\xe9j\xe0"), 4);
@@ -89,17 +80,12 @@ TEST_F(CodePage, CollationOrdersByLanguageNotByCode) {
   // By code "B" (0x42) comes before "a" (0x61); collation puts a first.
   EXPECT_LT(CastrComp("a", "B"), 0);
   EXPECT_LT(CstrComp(u"a", u"B"), 0);
-  EXPECT_LT(CastrComp("abc", "abd"), 0);
-  EXPECT_GT(CastrComp("abd", "abc"), 0);
-  EXPECT_EQ(CastrComp("same", "same"), 0);
   EXPECT_LT(CastrComp("", "a"), 0);
+  EXPECT_EQ(CastrComp("same", "same"), 0);
   EXPECT_NE(CastrComp("ABC", "abc"), 0);
   EXPECT_EQ(CastrCompI("ABC", "abc"), 0);
-  EXPECT_EQ(CstrCompI(u"\u00c9T\u00c9", u"\u00e9t\u00e9"), 0);
+  EXPECT_EQ(CwstrCompI(u"\u00c9T\u00c9", u"\u00e9t\u00e9"), 0);
   EXPECT_NE(CstrCompI(u"ete", u"\u00e9t\u00e9"), 0);  // accents still count
-  EXPECT_EQ(CwstrComp(u"x", u"x"), 0);
-  EXPECT_EQ(CwstrCompI(u"X", u"x"), 0);
-
   // The counted forms compare so many characters.
   EXPECT_EQ(CastrNcomp(2, "abX", "abY"), 0);
   EXPECT_LT(CastrNcomp(3, "abX", "abY"), 0);
@@ -107,12 +93,10 @@ TEST_F(CodePage, CollationOrdersByLanguageNotByCode) {
   EXPECT_EQ(CastrNcompI(3, "ABcd", "abCE"), 0);
   EXPECT_LT(CastrNcompI(4, "ABcd", "abCE"), 0);
   EXPECT_EQ(CstrNcomp(10, u"ab", u"ab"), 0);
-  EXPECT_EQ(CstrNcompI(2, u"ABx", u"aby"), 0);
   EXPECT_GT(CwstrNcompI(3, u"ABz", u"aby"), 0);
   EXPECT_LT(CwstrNcomp(3, u"abc", u"abd"), 0);
 
-  Use(932);  // one character of each is the whole kana
-  EXPECT_LT(CastrComp((kA + "x").c_str(), (kI + "a").c_str()), 0);
+  qorc::SetLibraryCodePage(932);  // one character of each is the whole kana
   EXPECT_LT(CastrNcomp(1, (kA + "x").c_str(), (kI + "a").c_str()), 0);
   EXPECT_EQ(CastrNcomp(1, (kA + "x").c_str(), (kA + "y").c_str()), 0);
   EXPECT_LT(CastrNcomp(2, (kA + "x").c_str(), (kA + "y").c_str()), 0);
@@ -137,13 +121,11 @@ TEST(RawString, CopiesAndDuplicates) {
   CstrNconcat(2, u"ghij", wide);
   CwstrNconcat(0, u"ghij", wide);
   EXPECT_EQ(std::u16string(wide), u"abcdefgh");
-  for (char16_t& unit : wide) unit = u'#';
-  CstrNcopy(3, u"abcde", wide);
-  EXPECT_EQ(std::u16string(wide, 4), u"abc#");
-  CwstrNcopy(3, u"a", wide);
+  CwstrCopy(u"xyz#", wide);
+  CwstrNcopy(2, u"ab", wide);  // no terminator
+  EXPECT_EQ(std::u16string(wide, 4), u"abz#");
+  CstrNcopy(3, u"a", wide);  // padded with zeros
   EXPECT_EQ(std::u16string(wide, 4), std::u16string(u"a\0\0#", 4));
-  CwstrCopy(u"xy", wide);
-  EXPECT_EQ(std::u16string(wide), u"xy");
 
   char* copy = nullptr;
   CastrDuplic("", &copy);
@@ -155,10 +137,6 @@ TEST(RawString, CopiesAndDuplicates) {
   CmemFree(&copy);
   EXPECT_EQ(copy, nullptr);
   char16_t* wideCopy = nullptr;
-  CstrDuplic(u"", &wideCopy);
-  ASSERT_NE(wideCopy, nullptr);
-  EXPECT_EQ(wideCopy[0], 0);
-  CmemFree(&wideCopy);
   CwstrDuplic(u"dup", &wideCopy);
   EXPECT_EQ(std::u16string(wideCopy), u"dup");
   CmemFree(&wideCopy);

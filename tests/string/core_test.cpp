@@ -17,23 +17,14 @@ std::string Take(char* bytes) {
   return out;
 }
 
-std::string Utf8(const C_STRING& s) { return Take(s.GetNewUTF8()); }
-
-// Runs a check under another library code page and multibyte switch, then restores both.
-class CodePageScope {
- public:
-  explicit CodePageScope(int codePage, bool mbcs = true) : page_(qorc::LibraryCodePage()), mbcs_(CcharMBCS) {
-    qorc::SetLibraryCodePage(codePage);
+// Restores the library code page and the multibyte switch at the end of a test.
+struct CodePageScope {
+  const int page = qorc::LibraryCodePage();
+  const C_BOOL mbcs = CcharMBCS;
+  ~CodePageScope() {
+    qorc::SetLibraryCodePage(page);
     CcharMBCS = mbcs;
   }
-  ~CodePageScope() {
-    qorc::SetLibraryCodePage(page_);
-    CcharMBCS = mbcs_;
-  }
-
- private:
-  int page_;
-  C_BOOL mbcs_;
 };
 
 TEST(StringStorage, GrowthPolicyAndLimit) {
@@ -98,12 +89,10 @@ TEST(StringStorage, OutOfRangeIndexesAndOwnership) {
   s.Clear();
   EXPECT_EQ(s.GetSize(), 4);  // Clear keeps the buffer
   s.ClearAndDelete();
-  EXPECT_EQ(s.GetSize(), 0);
-
   int number = 7, size = 7;
   EXPECT_EQ(s.Detach(&number, &size), nullptr);
-  EXPECT_EQ(number, 0);
-  EXPECT_EQ(size, 0);
+  EXPECT_EQ(number + size, 0);
+
   C_STRING hello(u"hello");
   C_CHAR* buffer = hello.Detach(&number, &size);
   EXPECT_EQ(number, 5);
@@ -113,16 +102,11 @@ TEST(StringStorage, OutOfRangeIndexesAndOwnership) {
   EXPECT_EQ(buffer, nullptr);
   EXPECT_TRUE(s == u"hello");
   EXPECT_EQ(s.GetSize(), 6);
-
   C_CHAR* raw = new C_CHAR[8]{C_CHAR(u'x'), C_CHAR(u'y')};
   s.Replace(8, 1, &raw);  // adopts as told, measuring nothing
   EXPECT_EQ(raw, nullptr);
   EXPECT_EQ(s.GetNumber(), 1);
   EXPECT_EQ(s.GetSize(), 8);
-  for (C_STRING* copy : {s.Clone(), s.CloneSame()}) {
-    EXPECT_TRUE(*copy == u"x");
-    delete copy;
-  }
 }
 
 TEST(StringConstruction, NumbersAndFormats) {
@@ -131,7 +115,6 @@ TEST(StringConstruction, NumbersAndFormats) {
       {C_STRING(-9223372036854775807LL - 1), "-9223372036854775808"},
       {C_STRING(3.14159, 2, 'f'), "3.14"},
       {C_STRING(3.14159, 2, 'e'), "3.14e+00"},
-      {C_STRING(3.14159, 2, 'g'), "3.1"},
       {C_STRING(3.14159, 2, 0), "3.1"},
       {C_STRING(255, C_STRING(u"<%5d|%-4x|%04X>")), "<  255||>"},
       {C_STRING(255, C_STRING(u"%04X%%")), "00FF%"},
@@ -144,18 +127,15 @@ TEST(StringConstruction, NumbersAndFormats) {
       {C_STRING(C_STRING(u"ab"), C_STRING(u"[%5s][%-3.1s]")), "[   ab][]"},
       {C_STRING(C_STRING(), C_STRING(u"<%s>")), "<>"},
       {C_STRING(65, C_STRING(u"%c")), "A"},
-      {C_STRING(1, C_STRING(u"50%")), "50%"}  // an incomplete directive stands for itself
-  };
-  for (const auto& c : cases) EXPECT_EQ(Utf8(c.first), c.second);
+      {C_STRING(1, C_STRING(u"50%")), "50%"}};  // an incomplete directive stands for itself
+  for (const auto& c : cases) EXPECT_EQ(Take(c.first.GetNewUTF8()), c.second);
 }
 
 TEST(StringConstruction, TextIntoFormatGrowsItsOwnBuffer) {
   C_STRING formatted(C_STRING(std::u16string(3000, u'q').c_str()), C_STRING(u"<%s>"));
   EXPECT_EQ(formatted.GetNumber(), 3002);
   EXPECT_EQ(formatted.GetSize(), 3104);  // (3000 + 4 + 100) was enough at the first try
-  EXPECT_EQ(formatted.Get(0), C_CHAR(u'<'));
   EXPECT_EQ(formatted.Get(3001), C_CHAR(u'>'));
-
   // A width makes the result outgrow the first limit: it doubles (2106, 4212, 8424).
   C_STRING padded(C_STRING(std::u16string(2000, u'w').c_str()), C_STRING(u"%5000s"));
   EXPECT_EQ(padded.GetNumber(), 5000);
@@ -165,28 +145,21 @@ TEST(StringConstruction, TextIntoFormatGrowsItsOwnBuffer) {
 }
 
 TEST(StringConstruction, FromEightBitAndWideText) {
-  CodePageScope scope(1252);
-  C_STRING euro("\x80 5");
-  EXPECT_EQ(int(euro.Get(0)), 0x20AC);
-  EXPECT_EQ(euro.GetNumber(), 3);
+  CodePageScope scope;
+  qorc::SetLibraryCodePage(1252);
+  EXPECT_TRUE(C_STRING("\x80 5") == u"\u20ac 5");
   C_STRING emptyText("");
   EXPECT_TRUE(emptyText.IsVoid());
   EXPECT_EQ(emptyText.GetSize(), 1);  // the conversion asks for the terminator only
   EXPECT_TRUE(C_STRING(static_cast<const char*>(nullptr)).IsVoid());
-
-  C_STRING counted(3, "a\0b");
-  EXPECT_EQ(counted.GetNumber(), 3);
-  EXPECT_EQ(int(counted.Get(1)), 0);
-  EXPECT_EQ(int(C_STRING(1, "\xE9").Get(0)), 0xE9);
-  C_STRING fromUtf32(L"a\U0001F600");
-  EXPECT_EQ(fromUtf32.GetNumber(), 3);
-  EXPECT_EQ(int(fromUtf32.Get(1)), 0xD83D);
-
+  const C_STRING counted(3, "a\0b");
+  EXPECT_EQ(std::u16string(counted.GetWCHAR(), counted.GetNumber()), std::u16string(u"a\0b", 3));
+  EXPECT_TRUE(C_STRING(1, "\xE9") == u"\u00e9");
+  EXPECT_TRUE(C_STRING(L"a\U0001F600") == u"a\U0001F600");
   C_STRING assigned;
   assigned = "\x80";
   assigned += "\x80x";
   EXPECT_TRUE(assigned == u"\u20ac\u20acx");
-
   CcharMBCS = false;
   C_STRING bytewise("\x80");
   bytewise += "\xE9";
@@ -194,13 +167,9 @@ TEST(StringConstruction, FromEightBitAndWideText) {
 }
 
 TEST(StringComparison, CodeOrderAndCollation) {
-  EXPECT_TRUE(C_STRING(u"abc") < C_STRING(u"abd"));
-  EXPECT_TRUE(C_STRING(u"ab") < C_STRING(u"abc"));
-  EXPECT_TRUE(C_STRING() < C_STRING(u"a"));
+  EXPECT_TRUE(C_STRING(u"ab") < C_STRING(u"abc") && C_STRING() < C_STRING(u"a"));
   EXPECT_TRUE(C_STRING(u"B") < C_STRING(u"a"));  // code units, no locale
-  EXPECT_TRUE(C_STRING(u"abc") != u"abd");
-  EXPECT_TRUE(C_STRING() == u"");
-
+  EXPECT_TRUE(C_STRING(u"abc") != u"abd" && C_STRING() == u"");
   EXPECT_EQ(C_STRING().Compare(C_STRING()), 0);
   EXPECT_EQ(C_STRING().Compare(C_STRING(u"a")), -1);
   EXPECT_EQ(C_STRING(u"a").Compare(C_STRING()), 1);
@@ -214,43 +183,39 @@ TEST(StringComparison, CodeOrderAndCollation) {
 }
 
 TEST(StringConversion, EightBitForms) {
-  CodePageScope scope(1252);
+  CodePageScope scope;
+  qorc::SetLibraryCodePage(1252);
   const C_STRING mixed(u"\u00e9\u20ac\u3042");
   EXPECT_STREQ(mixed.GetANSI(), "\xE9?\?");
   EXPECT_EQ(Take(mixed.GetNewANSI()), "\xE9?\?");
   EXPECT_STREQ(mixed.GetMBCS(), "\xE9\x80?");
-  EXPECT_EQ(Take(mixed.GetNewMBCS()), "\xE9\x80?");
   EXPECT_STREQ(C_STRING(u"e\u0301").GetMBCS(), "\xE9");  // composed before conversion
-  EXPECT_STREQ(mixed.GetOEM(), "\x82?\?");               // code page 850
-  EXPECT_EQ(Take(mixed.GetNewOEM()), "\x82?\?");
+  EXPECT_EQ(Take(mixed.GetNewOEM()), "\x82?\?");         // code page 850
+  EXPECT_STREQ(mixed.GetOEM(), "\x82?\?");
   char16_t* wide = mixed.GetNewWCHAR();
   EXPECT_EQ(std::u16string(wide), u"\u00e9\u20ac\u3042");
   delete[] wide;
-
   const C_STRING long2000(std::u16string(2000, u'k').c_str());
   EXPECT_EQ(std::strlen(long2000.GetANSI()), 1023u);
   EXPECT_STREQ(long2000.GetMBCS(), "");  // does not fit the kept area: the conversion fails
 
-  CodePageScope doubleByte(932);
-  const C_STRING kana(u"a\u3042");
-  const std::string bytes = Take(kana.GetNewMBCS());
+  qorc::SetLibraryCodePage(932);
+  const std::string bytes = Take(C_STRING(u"a\u3042").GetNewMBCS());
   EXPECT_EQ(bytes, "a\x82\xA0");
-  EXPECT_TRUE(C_STRING(bytes.c_str()) == kana);
+  EXPECT_TRUE(C_STRING(bytes.c_str()) == u"a\u3042");
   EXPECT_STREQ(C_STRING(u"\u00e9").GetMBCS(), "?");
 }
 
 TEST(StringConversion, Utf8BothWays) {
-  EXPECT_EQ(Utf8(C_STRING(u"\u00e9")), "\xC3\xA9");
-  EXPECT_EQ(Utf8(C_STRING(u"\U0001F600")), "\xED\xA0\xBD\xED\xB8\x80");  // each surrogate on its own
-
+  EXPECT_EQ(Take(C_STRING(u"\u00e9").GetNewUTF8()), "\xC3\xA9");
+  EXPECT_EQ(Take(C_STRING(u"\U0001F600").GetNewUTF8()), "\xED\xA0\xBD\xED\xB8\x80");  // each surrogate alone
   C_STRING s;
   s.FromUTF8("\xE2\x82\xAC");
   EXPECT_TRUE(s == u"\u20ac");
   s.FromUTF8("\xF0\x9F\x98\x80");  // a four-byte lead counts as three bytes
   EXPECT_EQ(s.GetNumber(), 2);
-  s.FromUTF8("ab\xE2");  // cut sequence: no read past the terminator
-  EXPECT_EQ(s.GetNumber(), 3);
-  EXPECT_EQ(int(s.Get(2)), 0x2000);  // the lead's bits alone, kept to 16 bits
+  s.FromUTF8("ab\xE2");           // cut sequence: no read past the terminator
+  EXPECT_TRUE(s == u"ab\u2000");  // the lead's bits alone, kept to 16 bits
   s.FromANSI("\xE9t\xE9");
   EXPECT_TRUE(s == u"\u00e9t\u00e9");
 }
@@ -260,11 +225,9 @@ TEST(StringConcatenation, OperatorsAndSelfAppend) {
   EXPECT_TRUE(joined == u"abcde");
   EXPECT_EQ(joined.GetSize(), 6);
   EXPECT_EQ((C_STRING() + C_STRING()).GetSize(), 0);
-
   C_STRING self(u"xy");
   self += self;
   self.Append(self);
-  EXPECT_TRUE(self == u"xyxyxyxy");
   self = self;
   EXPECT_TRUE(self == u"xyxyxyxy");
   self = static_cast<const char16_t*>(nullptr);
@@ -272,78 +235,59 @@ TEST(StringConcatenation, OperatorsAndSelfAppend) {
   EXPECT_GT(self.GetSize(), 0);  // the buffer is kept for reuse
 }
 
-TEST(Character, ConstantsConversionsAndTests) {
-  EXPECT_EQ(int(C_CHAR::VOID), 0);
-  EXPECT_EQ(int(C_CHAR::EOL), 0x0A);
-  EXPECT_EQ(int(C_CHAR::BOM), 0xFEFF);
-  EXPECT_EQ(int(C_CHAR::BOMINV), 0xFFFE);
-  EXPECT_EQ(int(C_CHAR::CODE), 0xFF);
-
-  EXPECT_EQ(char(C_CHAR(0x0100)), '?');
-  EXPECT_EQ(char(C_CHAR(0x00E9)), '\xE9');
+TEST(Character, ConversionsClassificationAndCase) {
   C_CHAR c;
   c = '\xE9';  // Latin-1, zero-extended
   EXPECT_EQ(int(c), 0xE9);
-  EXPECT_TRUE(c == '\xE9');
+  EXPECT_EQ(char(c), '\xE9');
+  EXPECT_EQ(char(C_CHAR(0x0100)), '?');
+  EXPECT_TRUE(C_CHAR(0x00FF).NeedsCoding() && C_CHAR(0x0100).NeedsCoding() && !C_CHAR(0x00FE).NeedsCoding());
+  EXPECT_TRUE(C_CHAR(0x000A).IsEOL() && !C_CHAR(0x000D).IsEOL());
+  EXPECT_TRUE(C_CHAR(0x7F).IsASCII() && !C_CHAR(0x80).IsASCII() && C_CHAR(0xFF).IsANSI());
+  EXPECT_TRUE(C_CHAR(0x00E9).IsAlpha() && C_CHAR(0x00E9).IsLower() && C_CHAR(0x0007).IsControl());
+  EXPECT_TRUE(C_CHAR(u'7').IsDigit() && C_CHAR(u'f').IsHexa() && !C_CHAR(u'g').IsHexa());
+  EXPECT_TRUE(C_CHAR(u'+').IsPunct() && !C_CHAR(u'a').IsPunct());  // symbols count, as in the C runtime
+  EXPECT_TRUE(C_CHAR(u' ').IsSpace() && C_CHAR(u' ').IsPrint() && !C_CHAR(u' ').IsGraph());
+  c = C_CHAR(0x00C9);
+  c.MakeLower();
+  EXPECT_EQ(int(c), 0x00E9);
+  c.MakeUpper();
+  EXPECT_EQ(int(c), 0x00C9);
+  c = C_CHAR(0x20AC);
+  c.MakeANSI();
+  EXPECT_EQ(int(c), '?');
 
-  EXPECT_FALSE(C_CHAR(0x00FE).NeedsCoding());
-  EXPECT_TRUE(C_CHAR(0x00FF).NeedsCoding());
-  EXPECT_TRUE(C_CHAR(0x0100).NeedsCoding());
-  EXPECT_FALSE(C_CHAR(0x000D).IsEOL());
-  EXPECT_TRUE(C_CHAR(0x000A).IsEOL());
-  EXPECT_TRUE(C_CHAR(0x7F).IsASCII());
-  EXPECT_FALSE(C_CHAR(0x80).IsASCII());
-  EXPECT_TRUE(C_CHAR(0xFF).IsANSI());
-  EXPECT_TRUE(C_CHAR(0x00E9).IsAlpha() && C_CHAR(0x00E9).IsLower());
-  EXPECT_TRUE(C_CHAR(u' ').IsSpace() && C_CHAR(u'7').IsDigit() && C_CHAR(u'f').IsHexa());
-  EXPECT_FALSE(C_CHAR(u'g').IsHexa());
-  EXPECT_TRUE(C_CHAR(u'+').IsPunct() && C_CHAR(u'!').IsPunct());  // symbols count, as in the C runtime
-  EXPECT_FALSE(C_CHAR(u'a').IsPunct());
-  EXPECT_TRUE(C_CHAR(0x0007).IsControl());
-  EXPECT_FALSE(C_CHAR(u' ').IsGraph());
-  EXPECT_TRUE(C_CHAR(u' ').IsPrint());
-  C_CHAR e(0x00C9);
-  e.MakeLower();
-  EXPECT_EQ(int(e), 0x00E9);
-  e.MakeUpper();
-  EXPECT_EQ(int(e), 0x00C9);
-}
-
-TEST(Character, AsciiReductionTable) {
-  const std::pair<char16_t, char16_t> cases[] = {
+  const std::pair<char16_t, char16_t> ascii[] = {
       {0x00E9, u'e'}, {0x00D7, u'x'}, {0x0085, u' '}, {0x20AC, u'?'},  {0x00B1, u'#'}, {0x00A0, u' '},
       {0x00A6, u'|'}, {0x00A8, u'"'}, {0x00AB, u'<'}, {0x00B4, u'\''}, {0x00B8, u','}, {0x00BB, u'>'},
       {0x00C7, u'C'}, {0x00DF, u'B'}, {0x00F0, u'?'}, {0x00FF, u'y'},  {0x0041, u'A'}, {0x00D8, u'O'}};
-  for (const auto& c : cases) {
-    C_CHAR ch(c.first);
-    ch.MakeASCII();
-    EXPECT_EQ(int(ch), c.second) << std::hex << int(c.first);
+  for (const auto& pair : ascii) {
+    c = C_CHAR(pair.first);
+    c.MakeASCII();
+    EXPECT_EQ(int(c), pair.second) << std::hex << int(pair.first);
   }
-  C_CHAR euro(0x20AC);
-  euro.MakeANSI();
-  EXPECT_EQ(int(euro), '?');
 }
 
 TEST(Character, MultibyteForms) {
+  CodePageScope scope;
   C_CHAR c;
   char out[4];
-  {
-    CodePageScope scope(1252, false);
-    EXPECT_EQ(c.FromMBCS("\xE9", 2), -1);
-    EXPECT_EQ(c.FromMBCS("\xE9", 1), 1);
-    EXPECT_EQ(int(c), 0xFFE9);  // sign-extended on purpose
-    EXPECT_EQ(c.FromMBCS("", 1), 0);
-    EXPECT_EQ(C_CHAR(0x1234).GetMBCS(out), 1);
-    EXPECT_EQ(out[0], '\x34');
-  }
-  {
-    CodePageScope scope(1252);
-    EXPECT_EQ(c.FromMBCS("\x80", 0), 1);
-    EXPECT_EQ(int(c), 0x20AC);
-    EXPECT_EQ(C_CHAR(0x3042).GetMBCS(out), 1);  // not in the page: the default character
-    EXPECT_EQ(out[0], '?');
-  }
-  CodePageScope scope(932);
+  qorc::SetLibraryCodePage(1252);
+  CcharMBCS = false;
+  EXPECT_EQ(c.FromMBCS("\xE9", 2), -1);
+  EXPECT_EQ(c.FromMBCS("\xE9", 1), 1);
+  EXPECT_EQ(int(c), 0xFFE9);  // sign-extended on purpose
+  EXPECT_EQ(c.FromMBCS("", 1), 0);
+  EXPECT_EQ(C_CHAR(0x1234).GetMBCS(out), 1);
+  EXPECT_EQ(out[0], '\x34');
+
+  CcharMBCS = true;
+  EXPECT_EQ(c.FromMBCS("\x80", 0), 1);
+  EXPECT_EQ(int(c), 0x20AC);
+  EXPECT_EQ(C_CHAR(0x3042).GetMBCS(out), 1);  // not in the page: the default character
+  EXPECT_EQ(out[0], '?');
+
+  qorc::SetLibraryCodePage(932);
   EXPECT_EQ(C_CHAR::GetMBCSMaxLength(), 2);
   EXPECT_EQ(c.FromMBCS("\x82\xA0", 0), 2);  // U+3042 in code page 932
   EXPECT_EQ(int(c), 0x3042);
