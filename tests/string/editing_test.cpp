@@ -90,8 +90,6 @@ TEST(StringEditing, ReplaceEveryOccurrence) {
   C_STRING tight(pairs.c_str());
   tight.Replace(C_STRING(u"a"), C_STRING(u"xy"));
   EXPECT_EQ(Text(tight), expected);
-  tight.Replace(C_STRING(u"xy"), C_STRING(u"a"));
-  EXPECT_EQ(Text(tight), pairs);
 
   C_STRING many(std::u16string(40000, u'x').c_str());
   many.Replace(C_STRING(u"x"), C_STRING(u"yy"));  // would outgrow the longest string
