@@ -92,6 +92,17 @@ int CollateBytes(const char* a, int aCount, const char* b, int bCount, bool igno
                                  static_cast<int>(wideB.size()), ignoreCase);
 }
 
+int CompareBytes(const char* a, const char* b, bool ignoreCase) {
+  return CollateBytes(a, static_cast<int>(std::strlen(a)), b, static_cast<int>(std::strlen(b)), ignoreCase);
+}
+
+// Collation of the first count characters (not bytes) of each text.
+int CompareCharacters(int count, const char* a, const char* b, bool ignoreCase) {
+  if (count <= 0) return 0;
+  const CharWalker walker;
+  return CollateBytes(a, walker.BytesOf(a, count), b, walker.BytesOf(b, count), ignoreCase);
+}
+
 int UnitLength(const char16_t* text) {
   int length = 0;
   while (text[length] != 0) ++length;
@@ -142,25 +153,10 @@ int CastrCharNumber(const char* text) {
   return count;
 }
 
-int CastrComp(const char* a, const char* b) {
-  return CollateBytes(a, static_cast<int>(std::strlen(a)), b, static_cast<int>(std::strlen(b)), false);
-}
-
-int CastrNcomp(int count, const char* a, const char* b) {
-  if (count <= 0) return 0;
-  const CharWalker walker;
-  return CollateBytes(a, walker.BytesOf(a, count), b, walker.BytesOf(b, count), false);
-}
-
-int CastrCompI(const char* a, const char* b) {
-  return CollateBytes(a, static_cast<int>(std::strlen(a)), b, static_cast<int>(std::strlen(b)), true);
-}
-
-int CastrNcompI(int count, const char* a, const char* b) {
-  if (count <= 0) return 0;
-  const CharWalker walker;
-  return CollateBytes(a, walker.BytesOf(a, count), b, walker.BytesOf(b, count), true);
-}
+int CastrComp(const char* a, const char* b) { return CompareBytes(a, b, false); }
+int CastrNcomp(int count, const char* a, const char* b) { return CompareCharacters(count, a, b, false); }
+int CastrCompI(const char* a, const char* b) { return CompareBytes(a, b, true); }
+int CastrNcompI(int count, const char* a, const char* b) { return CompareCharacters(count, a, b, true); }
 
 char* CastrInc(const char* position) {
   const int step = CharWalker().Length(position);

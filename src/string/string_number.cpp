@@ -162,6 +162,31 @@ int ReadReal(const char16_t* text, int length, double* value) {
   return i;
 }
 
+// Runs one of the readers above from position start of a text of number
+// units (a start outside the text reads nothing). Sets *end behind what was
+// read and *value to the value read, or 0; tells whether anything was read.
+template <class T>
+bool ReadFrom(int (*reader)(const char16_t*, int, T*), const char16_t* text, int number, int start, T* value,
+              int* end) {
+  T parsed = 0;
+  const int read = start >= 0 && start < number ? reader(text + start, number - start, &parsed) : 0;
+  if (end != nullptr) *end = start + read;
+  if (value != nullptr) *value = read > 0 ? parsed : 0;
+  return read > 0;
+}
+
+// A whole-string conversion keeps the value only when the scan read the whole
+// text; a scan that read nothing has reported the failure already.
+template <class T>
+T WholeText(T value, int end, int number, const C_ERROR& failure, const C_STRING* text) {
+  if (end == 0) return T();
+  if (end != number) {
+    failure.TriggerMild(text);
+    return T();
+  }
+  return value;
+}
+
 }  // namespace
 
 // Whole-string tests -----------------------------------------------------------
@@ -189,12 +214,7 @@ C_BOOL C_STRING::IsHexa() const {
 // Each scan fails, with *end set to start, when start is not inside the text.
 
 C_BOOL C_STRING::HasInt(int start, int* value, int* end) const {
-  int read = 0;
-  int parsed = 0;
-  if (start >= 0 && start < number_) read = ReadInt32(Units(buffer_) + start, number_ - start, &parsed);
-  if (end != nullptr) *end = start + read;
-  if (value != nullptr) *value = read > 0 ? parsed : 0;
-  return read > 0;
+  return ReadFrom(ReadInt32, Units(buffer_), number_, start, value, end);
 }
 
 int C_STRING::ScanInt(int start, int* end) const {
@@ -204,12 +224,7 @@ int C_STRING::ScanInt(int start, int* end) const {
 }
 
 C_BOOL C_STRING::HasLong(int start, long long* value, int* end) const {
-  int read = 0;
-  long long parsed = 0;
-  if (start >= 0 && start < number_) read = ReadInt64(Units(buffer_) + start, number_ - start, &parsed);
-  if (end != nullptr) *end = start + read;
-  if (value != nullptr) *value = read > 0 ? parsed : 0;
-  return read > 0;
+  return ReadFrom(ReadInt64, Units(buffer_), number_, start, value, end);
 }
 
 long long C_STRING::ScanLong(int start, int* end) const {
@@ -219,14 +234,8 @@ long long C_STRING::ScanLong(int start, int* end) const {
 }
 
 double C_STRING::ScanReal(int start, int* end) const {
-  int read = 0;
   double value = 0.0;
-  if (start >= 0 && start < number_) read = ReadReal(Units(buffer_) + start, number_ - start, &value);
-  if (end != nullptr) *end = start + read;
-  if (read == 0) {
-    CerrStringNotReal.TriggerMild(this);
-    return 0.0;
-  }
+  if (!ReadFrom(ReadReal, Units(buffer_), number_, start, &value, end)) CerrStringNotReal.TriggerMild(this);
   return value;
 }
 
@@ -235,23 +244,13 @@ double C_STRING::ScanReal(int start, int* end) const {
 int C_STRING::ToInt() const {
   int end = 0;
   const int value = ScanInt(0, &end);
-  if (end == 0) return 0;  // ScanInt has reported it
-  if (end != number_) {
-    CerrStringNotInt.TriggerMild(this);
-    return 0;
-  }
-  return value;
+  return WholeText(value, end, number_, CerrStringNotInt, this);
 }
 
 double C_STRING::ToReal() const {
   int end = 0;
   const double value = ScanReal(0, &end);
-  if (end == 0) return 0.0;
-  if (end != number_) {
-    CerrStringNotReal.TriggerMild(this);
-    return 0.0;
-  }
-  return value;
+  return WholeText(value, end, number_, CerrStringNotReal, this);
 }
 
 // The C runtime's wcstoul in base 16 with a 32-bit unsigned long: blanks, a
