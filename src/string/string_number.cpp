@@ -26,17 +26,21 @@ int HexDigitValue(char16_t c) {
   return -1;
 }
 
+// Skips leading blanks and one optional sign; returns the position behind them.
+int SkipBlanksAndSign(const char16_t* text, int length, bool* negative) {
+  int i = 0;
+  while (i < length && IsBlank(text[i])) ++i;
+  *negative = i < length && text[i] == u'-';
+  if (i < length && (text[i] == u'+' || text[i] == u'-')) ++i;
+  return i;
+}
+
 // A decimal integer as the C runtime's wcstol reads it in base 10 with a
 // 32-bit long: blanks, one optional sign, digits. Values beyond the range
 // saturate. Returns the units consumed (0 when no digit was read).
 int ReadInt32(const char16_t* text, int length, int* value) {
-  int i = 0;
-  while (i < length && IsBlank(text[i])) ++i;
   bool negative = false;
-  if (i < length && (text[i] == u'+' || text[i] == u'-')) {
-    negative = text[i] == u'-';
-    ++i;
-  }
+  int i = SkipBlanksAndSign(text, length, &negative);
   const int digitsStart = i;
   long long magnitude = 0;
   const long long limit = negative ? 2147483648LL : 2147483647LL;
@@ -57,13 +61,8 @@ int ReadInt32(const char16_t* text, int length, int* value) {
 // character classification, wrapping silently on overflow. Blanks and sign
 // count as consumed only when a digit follows.
 int ReadInt64(const char16_t* text, int length, long long* value) {
-  int i = 0;
-  while (i < length && IsBlank(text[i])) ++i;
   bool negative = false;
-  if (i < length && (text[i] == u'+' || text[i] == u'-')) {
-    negative = text[i] == u'-';
-    ++i;
-  }
+  int i = SkipBlanksAndSign(text, length, &negative);
   const int digitsStart = i;
   unsigned long long accumulator = 0;
   while (i < length && qorc::platform::CharIs(text[i], qorc::platform::CharClass::Digit)) {
@@ -260,13 +259,8 @@ int C_STRING::HexaToInt() const {
   if (number_ == 0) return 0;
   const char16_t* text = Units(buffer_);
   const int length = number_;
-  int i = 0;
-  while (i < length && IsBlank(text[i])) ++i;
   bool negative = false;
-  if (i < length && (text[i] == u'+' || text[i] == u'-')) {
-    negative = text[i] == u'-';
-    ++i;
-  }
+  int i = SkipBlanksAndSign(text, length, &negative);
   // A "0x" prefix counts only when a hexadecimal digit follows it; otherwise
   // the "0" alone is the number.
   if (i + 2 < length && text[i] == u'0' && (text[i + 1] == u'x' || text[i + 1] == u'X') &&
