@@ -119,7 +119,7 @@ TEST(StringEditing, TranslateTrimPadAndSlice) {
   const struct {
     int first, last;
     const char16_t* left;
-  } trims[] = {{1, 3, u"bcd"}, {1, 99, u"bcdef"}, {3, 1, u""}, {-2, 1, u"ab"}, {6, 9, u""}};
+  } trims[] = {{1, 3, u"bcd"}, {1, 99, u"bcdef"}, {2, 6, u"cdef"}, {3, 1, u""}, {-2, 1, u"ab"}, {6, 9, u""}};
   for (const auto& c : trims) {
     EXPECT_EQ(After(u"abcdef", [&](C_STRING& s) { s.Trim(c.first, c.last); }), c.left);
     EXPECT_EQ(Text(C_STRING(u"abcdef").GetSlice(c.first, c.last)), c.left);
@@ -230,10 +230,11 @@ TEST(StringSearch, PrefixAndSuffix) {
 
 TEST(StringWildcards, Matching) {
   using Pair = std::pair<const char16_t*, const char16_t*>;
-  for (const Pair& c :
-       {Pair{u"abc", u"a?c"}, Pair{u"abc", u"a*"}, Pair{u"abc", u"*c"}, Pair{u"abc", u"*"}, Pair{u"abc", u"abc"},
-        Pair{u"abc", u"???"}, Pair{u"abc", u"*b*"}, Pair{u"abc", u"a*c"}, Pair{u"abc", u"?*"}, Pair{u"", u"*"},
-        Pair{u"", u""}, Pair{u"a.txt", u"*.txt"}, Pair{u"xab", u"x*ab"}}) {
+  // The last star takes over again when the pattern is used up before the text ("abab" against "*ab").
+  for (const Pair& c : {Pair{u"abc", u"a?c"}, Pair{u"abc", u"a*"}, Pair{u"abc", u"*c"}, Pair{u"abc", u"*"},
+                        Pair{u"abc", u"abc"}, Pair{u"abc", u"???"}, Pair{u"abc", u"*b*"}, Pair{u"abc", u"a*c"},
+                        Pair{u"abc", u"?*"}, Pair{u"", u"*"}, Pair{u"", u""}, Pair{u"a.txt", u"*.txt"},
+                        Pair{u"xab", u"x*ab"}, Pair{u"abab", u"*ab"}, Pair{u"a.txt.txt", u"*.txt"}}) {
     EXPECT_TRUE(C_STRING(c.first).MatchWildCard(C_STRING(c.second))) << C_STRING(c.second).GetANSI();
   }
   // One forward pass that never moves back in the text: a backtracking
