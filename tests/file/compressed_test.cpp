@@ -58,23 +58,19 @@ void WriteCompressed(const std::string& path, const std::string& data) {
   ASSERT_FALSE(C_ERROR::Is());
 }
 
+// Everything the file gives, read in one call.
 std::string ReadWhole(const std::string& path, int mode) {
   C_FILE file(LibraryPath(path), mode, C_FILE::COMPRESSED);
-  std::string out;
-  char chunk[50000];
-  while (!C_ERROR::Is()) {
-    int got = 0;
-    file.Read(static_cast<int>(sizeof chunk), chunk, &got);
-    out.append(chunk, static_cast<std::size_t>(got));
-  }
+  std::string out(1 << 20, '\0');
+  int got = 0;
+  file.Read(static_cast<int>(out.size()), out.data(), &got);
   EXPECT_EQ(TakeError(), &CerrFileEndReached);
-  return out;
+  return out.substr(0, static_cast<std::size_t>(got));
 }
 
 class Probe : public C_FILE {
  public:
   using C_FILE::C_FILE;
-  using C_FILE::SearchCompressBlockPosition;
   using C_FILE::WriteCompress;
 };
 
@@ -83,12 +79,27 @@ class Probe : public C_FILE {
 TEST(Compressed, BytesDecodeWithZlibBlockByBlock) {
   TempDir dir;
   const std::string path = dir.File("doc.qz"), exact = dir.File("exact"), empty = dir.File("empty");
-  const std::string data = TestBytes(2 * kBlock + 37856, true);
-  WriteCompressed(path, data);
-  const std::vector<std::string> blocks = DecodeWithZlib(ReadBytes(path));
-  ASSERT_EQ(blocks.size(), 3u);
-  EXPECT_EQ(blocks[0].size(), static_cast<std::size_t>(kBlock));
-  EXPECT_EQ(blocks[0] + blocks[1] + blocks[2], data);
+  const std::string data = RandomBytes(5 * kBlock + 1234);
+  {
+    // Flush points end blocks; a flush repeated at one position ends nothing more.
+    C_FILE file(LibraryPath(path), C_FILE::WRITE, C_FILE::COMPRESSED);
+    std::size_t at = 0;
+    for (std::size_t piece : {1000u, 200000u, 7u, 400000u}) {
+      file.Write(static_cast<int>(piece), data.data() + at);
+      file.Flush();
+      file.Flush();
+      at += piece;
+    }
+    file.Write(static_cast<int>(data.size() - at), data.data() + at);
+  }
+  std::vector<std::size_t> sizes;
+  std::string joined;
+  for (const std::string& block : DecodeWithZlib(ReadBytes(path))) {
+    sizes.push_back(block.size());
+    joined += block;
+  }
+  EXPECT_EQ(sizes, (std::vector<std::size_t>{1000, kBlock, 68928, 7, kBlock, kBlock, kBlock, 6784, 55587}));
+  EXPECT_EQ(joined, data);
   EXPECT_EQ(ReadWhole(path, C_FILE::READ), data);
   EXPECT_EQ(ReadWhole(path, C_FILE::READ | C_FILE::DIRECT), data);
   WriteCompressed(exact, std::string(kBlock, 'a'));
@@ -104,55 +115,39 @@ TEST(Compressed, BytesDecodeWithZlibBlockByBlock) {
   EXPECT_EQ(std::string(bytes, 4), data.substr(kBlock + 3, 4));
 }
 
-TEST(Compressed, FlushPointsAndReadingInPlaceAtRandomPositions) {
+TEST(Compressed, ReadingInPlaceAtRandomPositions) {
   TempDir dir;
   const std::string path = dir.File("doc.qz");
-  const std::string data = TestBytes(5 * kBlock + 1234, true, 3);
+  const std::string data = RandomBytes(5 * kBlock + 1234, 3);
   {
+    // Blocks of uneven sizes.
     C_FILE file(LibraryPath(path), C_FILE::WRITE, C_FILE::COMPRESSED);
-    std::size_t at = 0;
-    for (std::size_t piece : {1000u, 200000u, 7u, 400000u}) {
-      file.Write(static_cast<int>(piece), data.data() + at);
-      file.Flush();
-      file.Flush();  // a flush repeated at one position ends nothing more
-      at += piece;
-    }
-    file.Write(static_cast<int>(data.size() - at), data.data() + at);
+    file.Write(1000, data.data());
+    file.Flush();
+    file.Write(static_cast<int>(data.size()) - 1000, data.data() + 1000);
   }
-  const std::vector<std::string> blocks = DecodeWithZlib(ReadBytes(path));
-  ASSERT_EQ(blocks.size(), 9u);
-  EXPECT_EQ(blocks[0].size(), 1000u);
-  EXPECT_EQ(blocks[3], data.substr(201000, 7));
-  Probe file(LibraryPath(path), C_FILE::READ | C_FILE::DIRECT, C_FILE::COMPRESSED);
+  C_FILE file(LibraryPath(path), C_FILE::READ | C_FILE::DIRECT, C_FILE::COMPRESSED);
+  const long long size = static_cast<long long>(data.size()), edges[] = {999, 1000, 1000 + kBlock, size - 1};
   std::mt19937 random(5);
   std::vector<char> buffer(9000);
   for (int i = 0; i < 300; ++i) {
-    const long long position = static_cast<long long>(random() % data.size());
+    const long long position = i < 4 ? edges[i] : static_cast<long long>(random() % data.size());
     const int count = static_cast<int>(random() % buffer.size()) + 1;
     file.SetPosit(position);
     int got = 0;
     file.Read(count, buffer.data(), &got);
     const std::string expected = data.substr(static_cast<std::size_t>(position), static_cast<std::size_t>(count));
     ASSERT_EQ(std::string(buffer.data(), static_cast<std::size_t>(got)), expected) << position;
-    if (expected.size() < static_cast<std::size_t>(count)) {
-      EXPECT_EQ(TakeError(), &CerrFileEndReached);
-    } else {
-      ASSERT_FALSE(C_ERROR::Is());
+    EXPECT_EQ(TakeError(), got < count ? &CerrFileEndReached : nullptr);
+    if (got == count) {
       EXPECT_EQ(file.GetPosit(), position + count);
     }
   }
-  // A position at a block's start belongs to that block; one beyond the end
-  // clamps to the end.
-  long long block = 0, offset = 0;
-  file.SearchCompressBlockPosition(1000, &block, &offset);
-  EXPECT_EQ(block, 1);
-  EXPECT_EQ(offset, 0);
-  file.SetPosit(static_cast<long long>(data.size()) + 99);
-  EXPECT_EQ(file.GetPosit(), static_cast<long long>(data.size()));
+  // Beyond the end clamps to the end.
+  file.SetPosit(size + 99);
+  EXPECT_EQ(file.GetPosit(), size);
   file.Rewind();
-  char c;
-  file.Read(1, &c);
-  EXPECT_EQ(c, data[0]);
+  EXPECT_EQ(file.GetPosit(), 0);
   // Without an index there is no end to go to nor lines to count.
   file.Unwind();
   EXPECT_EQ(TakeError(), &CerrFileCannotSeek);
@@ -161,49 +156,33 @@ TEST(Compressed, FlushPointsAndReadingInPlaceAtRandomPositions) {
   EXPECT_EQ(file.GetSize(), static_cast<long long>(ReadBytes(path).size()));  // the compressed length
 }
 
-TEST(Compressed, MagicAloneAndMissingMagic) {
-  TempDir dir;
-  const std::string magic = dir.File("magic"), plain = dir.File("plain"), tiny = dir.File("tiny");
-  WriteBytes(magic, kMagic);
-  WriteBytes(plain, "not a compressed file at all");
-  WriteBytes(tiny, "QORC");
-  EXPECT_EQ(ReadWhole(magic, C_FILE::READ), "");
-  EXPECT_EQ(ReadWhole(magic, C_FILE::READ | C_FILE::DIRECT), "");
-  C_FILE file(LibraryPath(magic), C_FILE::READ | C_FILE::DIRECT, C_FILE::COMPRESSED);
-  file.SetPosit(0);
-  EXPECT_EQ(TakeError(), &CerrFileCannotSeek);
-  C_FILE::CheckCompression(LibraryPath(magic));
-  EXPECT_EQ(TakeError(), nullptr);
-  // Without the magic, the file is read as it stands.
-  for (const std::string& path : {plain, tiny}) {
-    EXPECT_EQ(ReadWhole(path, C_FILE::READ), ReadBytes(path));
-    EXPECT_EQ(ReadWhole(path, C_FILE::READ | C_FILE::DIRECT), ReadBytes(path));
-    C_FILE::CheckCompression(LibraryPath(path));
-    EXPECT_EQ(TakeError(), &CerrFileCannotDecompress);
-  }
-}
-
 TEST(Compressed, DamagedFiles) {
   TempDir dir;
   const std::string path = dir.File("damaged");
   const std::string good = Record(std::string(5000, 'g'));
   const std::string second = Record(std::string(3000, 'h'));
+  const C_ERROR* const kEnd = &CerrFileEndReached;
+  const C_ERROR* const kBad = &CerrFileCannotDecompress;
   struct Case {
     const char* name;
     std::string bytes;
-    const C_ERROR* error;   // of reading everything in place, and of the check
-    std::size_t tempBytes;  // what the temporary route delivers
+    const C_ERROR* readError;   // of reading everything in place
+    const C_ERROR* checkError;  // of CheckCompression
+    std::size_t bytesRead;      // in place and through the temporary file
   };
   const Case cases[] = {
-      {"sound", kMagic + good + second, nullptr, 8000},
-      {"cut data", kMagic + good + second.substr(0, second.size() - 5), &CerrFileEndReached, 5000},
-      {"cut header", kMagic + good + second.substr(0, 6), &CerrFileEndReached, 5000},
-      {"compressed length beyond scratch", kMagic + good + Le32Bytes(10) + Le32Bytes(0x7FFFFFFF) + "xx",
-       &CerrFileCannotDecompress, 5000},
-      {"uncompressed length beyond block", kMagic + good + Le32Bytes(kBlock + 1) + second.substr(4),
-       &CerrFileCannotDecompress, 5000},
-      {"more than the buffer inside", kMagic + Le32Bytes(100) + Record(std::string(kBlock + 200, 'z')).substr(4),
-       &CerrFileCannotDecompress, 0},
+      {"sound", kMagic + good + second, kEnd, nullptr, 8000},
+      {"magic alone", kMagic, kEnd, nullptr, 0},
+      // Without the magic, the file is read as it stands.
+      {"no magic", "not a compressed file", kEnd, kBad, 21},
+      {"shorter than the magic", "QORC", kEnd, kBad, 4},
+      {"cut data", kMagic + good + second.substr(0, second.size() - 5), kEnd, kEnd, 5000},
+      {"cut header", kMagic + good + second.substr(0, 6), kEnd, kEnd, 5000},
+      {"compressed length beyond scratch", kMagic + good + Le32Bytes(10) + Le32Bytes(0x7FFFFFFF) + "xx", kBad, kBad,
+       5000},
+      {"uncompressed length beyond block", kMagic + good + Le32Bytes(kBlock + 1) + second.substr(4), kBad, kBad, 5000},
+      {"more than the buffer inside", kMagic + Le32Bytes(100) + Record(std::string(kBlock + 200, 'z')).substr(4), kBad,
+       kBad, 0},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
@@ -211,16 +190,23 @@ TEST(Compressed, DamagedFiles) {
     {
       C_FILE file(LibraryPath(path), C_FILE::READ | C_FILE::DIRECT, C_FILE::COMPRESSED);
       std::vector<char> all(20000);
-      file.Read(static_cast<int>(all.size()), all.data());
-      EXPECT_EQ(TakeError(), c.error != nullptr ? c.error : &CerrFileEndReached);
+      int got = -1;
+      file.Read(static_cast<int>(all.size()), all.data(), &got);
+      EXPECT_EQ(TakeError(), c.readError);
+      EXPECT_EQ(got, static_cast<int>(c.bytesRead));
     }
     C_FILE::CheckCompression(LibraryPath(path));
-    EXPECT_EQ(TakeError(), c.error);
+    EXPECT_EQ(TakeError(), c.checkError);
     // The temporary route takes a cut record as the end of the blocks.
     C_FILE file(LibraryPath(path), C_FILE::READ, C_FILE::COMPRESSED);
-    EXPECT_EQ(TakeError(), c.error == &CerrFileCannotDecompress ? c.error : nullptr);
-    EXPECT_EQ(file.GetSize(), static_cast<long long>(c.tempBytes));
+    EXPECT_EQ(TakeError(), c.readError == kBad ? kBad : nullptr);
+    EXPECT_EQ(file.GetSize(), static_cast<long long>(c.bytesRead));
   }
+  // A file without blocks has no position to go to.
+  WriteBytes(path, kMagic);
+  C_FILE file(LibraryPath(path), C_FILE::READ | C_FILE::DIRECT, C_FILE::COMPRESSED);
+  file.SetPosit(0);
+  EXPECT_EQ(TakeError(), &CerrFileCannotSeek);
   // Garbage in place of zlib data is a data error, which readers take as a
   // block holding what came out before it: here nothing.
   WriteBytes(path, kMagic + Le32Bytes(100) + Le32Bytes(20) + std::string(20, '\x55') + good);
@@ -230,7 +216,7 @@ TEST(Compressed, DamagedFiles) {
 TEST(Compressed, WritingInPlace) {
   TempDir dir;
   const std::string path = dir.File("direct.qz"), cross = dir.File("cross.qz");
-  const std::string data = TestBytes(3 * kBlock, true);
+  const std::string data = RandomBytes(3 * kBlock);
   {
     C_FILE file(LibraryPath(path), C_FILE::WRITE | C_FILE::DIRECT, C_FILE::COMPRESSED);
     for (std::size_t at = 0; at < data.size(); at += 4096) file.Write(4096, data.data() + at);
@@ -267,10 +253,9 @@ TEST(Compressed, SwitchAndUpdate) {
   {
     // Update works on the stored bytes and never recompresses.
     C_FILE file(LibraryPath(path), C_FILE::UPDATE | C_FILE::DIRECT, C_FILE::COMPRESSED);
-    EXPECT_TRUE(file.IsCompressed());
-    char bytes[16];
-    file.Read(16, bytes);
-    EXPECT_EQ(std::string(bytes, 16), kMagic);
+    std::string bytes(16, '\0');
+    file.Read(16, bytes.data());
+    EXPECT_EQ(bytes, kMagic);
   }
   EXPECT_EQ(ReadBytes(path), stored);
   // The switch cannot be turned off, and alone makes no compressed file.

@@ -33,14 +33,10 @@ inline C_STRING ExpandedPath(const std::string& path) {
   return text;
 }
 
-// Bytes that compress like text (words and lines), or random bytes.
-inline std::string TestBytes(std::size_t size, bool textLike, unsigned seed = 7) {
-  static const char* const kWords[] = {"alpha", "beam", "column", "3.1415", "x", "=", "-0.25", "steel\n"};
+inline std::string RandomBytes(std::size_t size, unsigned seed = 7) {
   std::mt19937 random(seed);
-  std::string out;
-  while (out.size() < size)
-    out += textLike ? std::string(kWords[random() % 8]) + ' ' : std::string(1, static_cast<char>(random()));
-  out.resize(size);
+  std::string out(size, '\0');
+  for (char& c : out) c = static_cast<char>(random());
   return out;
 }
 
@@ -67,11 +63,11 @@ inline std::u16string Reads(C_FILE* file, const char* kinds) {
       *kinds == 'l' ? file->Read(&text) : *kinds == 't' ? file->ReadToken(&text) : file->ReadTokenSpace(&text);
       out.append(text.GetWCHAR(), static_cast<std::size_t>(text.GetNumber()));
     }
-    const C_ERROR* error = TakeError();
-    if (error != nullptr)
+    if (const C_ERROR* error = TakeError()) {
       out += error == &CerrFileEndReached            ? u"<end>"
              : error == &CerrFileContainsInvalidCode ? u"<invalid>"
                                                      : u"<error>";
+    }
     out += u'|';
   }
   return out;

@@ -68,7 +68,7 @@ TEST(Shielding, BadTextIsRefusedOrCutWithoutOverrun) {
 
 TEST(ShieldedFile, RoundTripsInEveryRoute) {
   TempDir dir;
-  const std::string path = dir.File("r"), data = TestBytes(5000, false);
+  const std::string path = dir.File("r"), data = RandomBytes(5000);
   const std::pair<int, C_FILE::TYPE> routes[] = {
       {0, C_FILE::BINARY}, {0, C_FILE::COMPRESSED}, {C_FILE::DIRECT, C_FILE::COMPRESSED}};
   for (const auto& [direct, type] : routes) {
@@ -100,7 +100,7 @@ TEST(ShieldedFile, LayoutAndDamagedBlocks) {
   TempDir dir;
   const std::string path = dir.File("d.txt");
   const C_STRING expanded = ExpandedPath(path);
-  const std::string data = TestBytes(60, false) + "\1";
+  const std::string data = RandomBytes(60) + "\1";
   {
     C_FILE file(LibraryPath(path), C_FILE::WRITE, C_FILE::BINARY);
     int consumed = -1, written = -1;
@@ -131,7 +131,7 @@ TEST(ShieldedFile, LayoutAndDamagedBlocks) {
     EXPECT_EQ(TakeError(), bytes.size() < 86 ? &CerrFileEndReached : &CerrFileContainsInvalidCode);
   }
   C_FILE full(C_STRING(u"/dev/full"), C_FILE::WRITE, C_FILE::BINARY);
-  const std::string big = TestBytes(30000, false);
+  const std::string big = RandomBytes(30000);
   int consumed = -1, written = -1;
   full.WriteShielded(static_cast<int>(big.size()), const_cast<char*>(big.data()), &consumed, &written);
   EXPECT_EQ(TakeError(), &CerrFileNotEnoughSpace);

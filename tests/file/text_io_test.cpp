@@ -27,106 +27,86 @@ class CodePage {
 
 }  // namespace
 
-TEST(TextIo, CodedLinesEndAtAnyPairing) {
-  TempDir dir;
-  const std::string path = dir.File("coded.txt");
-  const std::pair<std::string, std::u16string> cases[] = {
-      {"A\r\nB\n\rC", u"A|B|C|"},
-      {"x\r\ry\n\nz\n", u"x||y||z|"},
-      {"caf\xE9 \37720AC\n", u"caf\u00E9 \u20AC|"},
-      // Longer lines come in pieces of the line buffer's size.
-      {std::string(5000, 'L') + "\n", std::u16string(4098, u'L') + u"|" + std::u16string(902, u'L') + u"|"},
-  };
-  for (const auto& [bytes, lines] : cases) {
-    WriteBytes(path, bytes);
-    EXPECT_EQ(ReadLines(path, C_FILE::TEXT), lines);
-  }
-  // Line ends across the stream's buffer boundaries.
-  std::string across;
-  std::u16string expected;
-  int i = 0;
-  for (std::size_t end : {4095u, 8191u, 12287u, 16383u}) {
-    const std::size_t length = end - across.size();
-    across += std::string(length, static_cast<char>('a' + i)) + (i % 2 == 0 ? "\n\r" : "\r\n");
-    expected += std::u16string(length, static_cast<char16_t>(u'a' + i++)) + u"|";
-  }
-  WriteBytes(path, across);
-  EXPECT_EQ(ReadLines(path, C_FILE::TEXT), expected);
-}
-
-TEST(TextIo, CodedWritingAndCharacters) {
-  TempDir dir;
-  const std::string path = dir.File("coded.txt");
-  {
-    C_FILE file(LibraryPath(path), C_FILE::WRITE, C_FILE::TEXT);
-    file.Write(C_STRING(u"Gr\u00FC\u00DFe \u20AC \u00FF \u4E2D"));
-    file.WriteEOL();
-    file.Write(C_CHAR(u'\u03A9'));
-    file.Write(C_CHAR(u'\u00E9'));
-    file.Write('!');
-  }
-  EXPECT_EQ(ReadBytes(path), "Gr\374\337e \37720AC \37700FF \3774E2D\n\37703A9\351!");
-  EXPECT_EQ(ReadLines(path, C_FILE::AUTO), u"Gr\u00FC\u00DFe \u20AC \u00FF \u4E2D|\u03A9\u00E9!|");
-  // Characters skip CR; a bad or a cut escape is an error.
-  WriteBytes(path, "a\r\nb\37700E9\37700G9");
-  C_FILE file(LibraryPath(path), C_FILE::READ, C_FILE::TEXT);
-  EXPECT_EQ(Reads(&file, "cccccc"), u"a|\n|b|\u00E9|<invalid>|<end>|");
-  WriteBytes(path, "\37700");
-  C_FILE cut(LibraryPath(path), C_FILE::READ, C_FILE::TEXT);
-  EXPECT_EQ(Reads(&cut, "c"), u"<end>|");
-}
-
-TEST(TextIo, UncodedTextUsesTheCodePage) {
-  TempDir dir;
-  const std::string path = dir.File("plain.txt");
-  {
-    CodePage utf8(65001);
-    {
-      C_FILE file(LibraryPath(path), C_FILE::WRITE, C_FILE::TEXT);
-      file.SetCoding(false);
-      file.Write(C_STRING(u"\u20AC1 \u00E9"));
-      file.WriteEOL();
-      file.Write(C_CHAR(u'\u4E2D'));
-    }
-    EXPECT_EQ(ReadBytes(path), "\xE2\x82\xAC\x31 \xC3\xA9\n\xE4\xB8\xAD");
-    EXPECT_EQ(ReadLines(path, C_FILE::TEXT, false), u"\u20AC1 \u00E9|\u4E2D|");
-    // LF, CR LF and CR all end lines; a bad sequence reads as U+FFFD.
-    WriteBytes(path, "a\r\nb\rc\nd\xE2z\n");
-    EXPECT_EQ(ReadLines(path, C_FILE::TEXT, false), u"a|b|c|d\uFFFDz|");
-  }
-  CodePage latin(1252);
-  WriteBytes(path, "\x80\xE9\r\n");
-  C_FILE file(LibraryPath(path), C_FILE::READ, C_FILE::TEXT);
-  file.SetCoding(false);
-  EXPECT_EQ(Reads(&file, "ccc"), u"\u20AC|\u00E9|\n|");  // CR LF reads as LF
-}
-
-TEST(TextIo, WideStreamsAndLineEnds) {
+TEST(TextIo, WritingInEachKind) {
   TempDir dir;
   const std::string path = dir.File("w.txt");
-  const std::pair<C_FILE::TYPE, std::string> cases[] = {
-      {C_FILE::TEXT, "\37720AC\nnarrow!\n"},
-      {C_FILE::UNICODE, std::string("\xFF\xFE\xAC\x20\r\0\n\0n\0a\0r\0r\0o\0w\0!\0\r\0\n\0", 26)},
-      {C_FILE::BINARY, "\xAC\x20\nnarrow!\n"},
+  struct Case {
+    C_FILE::TYPE type;
+    bool coding;
+    std::string bytes;
   };
-  for (const auto& [type, bytes] : cases) {
+  const Case cases[] = {
+      {C_FILE::TEXT, true, "\37720AC\351\nnarrow!\3774E2D\n"},
+      {C_FILE::TEXT, false, "\342\202\254\303\251\nnarrow!\344\270\255\n"},
+      {C_FILE::UNICODE, true, std::string("\377\376\254 \351\0\r\0\n\0n\0a\0r\0r\0o\0w\0!\0-N\r\0\n\0", 30)},
+      {C_FILE::BINARY, true, std::string("\254 \351\0\nnarrow!-N\n", 15)},
+  };
+  CodePage utf8(65001);
+  for (const Case& c : cases) {
     {
-      C_FILE file(LibraryPath(path), C_FILE::WRITE, type);
-      file.Write(C_STRING(u"\u20AC"));
+      C_FILE file(LibraryPath(path), C_FILE::WRITE, c.type);
+      file.SetCoding(c.coding);
+      file.Write(C_STRING(u"\u20AC\u00E9"));
       file.WriteEOL();
       file.Write("narrow");
       file.Write('!');
+      file.Write(C_CHAR(u'\u4E2D'));
       file.WriteEOL();
     }
-    EXPECT_EQ(ReadBytes(path), bytes);
-    if (type != C_FILE::BINARY) {
-      EXPECT_EQ(ReadLines(path, C_FILE::AUTO), u"\u20AC|narrow!|");
+    EXPECT_EQ(ReadBytes(path), c.bytes);
+    if (c.type != C_FILE::BINARY) {
+      EXPECT_EQ(ReadLines(path, c.coding ? C_FILE::AUTO : C_FILE::TEXT, c.coding), u"\u20AC\u00E9|narrow!\u4E2D|");
     }
   }
-  // A byte-swapped file reads in its own order.
-  WriteBytes(path, std::string("\xFE\xFF\0a\0\r\0b\0\n\0c", 12));
-  C_FILE file(LibraryPath(path), C_FILE::READ, C_FILE::AUTO);
-  EXPECT_EQ(Reads(&file, "cclll"), u"a|b||c|<end>|");
+}
+
+TEST(TextIo, ReadingLinesTokensAndCharacters) {
+  TempDir dir;
+  const std::string path = dir.File("r.txt");
+  // Line ends across the stream's buffer boundaries.
+  std::string across;
+  std::u16string acrossLines;
+  for (int i = 0; i < 4; ++i) {
+    const std::size_t length = 4096u * static_cast<std::size_t>(i + 1) - 1 - across.size();
+    across += std::string(length, static_cast<char>('a' + i)) + (i % 2 == 0 ? "\n\r" : "\r\n");
+    acrossLines += std::u16string(length, static_cast<char16_t>(u'a' + i)) + u"|";
+  }
+  struct Case {
+    C_FILE::TYPE type;
+    int page;  // 0: coded text
+    std::string bytes;
+    const char* kinds;
+    std::u16string read;
+  };
+  const Case cases[] = {
+      // Coded text: CR, LF, CR LF and LF CR each end a line; escapes are decoded.
+      {C_FILE::TEXT, 0, "A\r\nB\n\rC", "llll", u"A|B|C|<end>|"},
+      {C_FILE::TEXT, 0, "x\r\ry\n\nz\n", "llllll", u"x||y||z|<end>|"},
+      {C_FILE::TEXT, 0, across, "lllll", acrossLines + u"<end>|"},
+      {C_FILE::TEXT, 0, std::string(5000, 'L') + "\n", "ll",
+       std::u16string(4098, u'L') + u"|" + std::u16string(902, u'L') + u"|"},
+      {C_FILE::TEXT, 0, "caf\xE9 \37720AC\n", "l", u"caf\u00E9 \u20AC|"},
+      {C_FILE::TEXT, 0, "a\r\nb\37700E9\37700G9", "cccccc", u"a|\n|b|\u00E9|<invalid>|<end>|"},
+      {C_FILE::TEXT, 0, "\37700", "c", u"<end>|"},
+      // Tokens: quotes and backslashes, never decoded.
+      {C_FILE::TEXT, 0, "  abc def", "ttt", u"abc|def<end>|<end>|"},
+      {C_FILE::TEXT, 0, "  abc def", "s", u"abc def<end>|"},
+      {C_FILE::TEXT, 0, "\t\"a \\\" b\\\\\" rest of\tline\r\n\37700E9", "tsst",
+       u"a \\\" b\\\\|rest of|line|\u00FF00E9<end>|"},
+      // Uncoded text in the code page; CR LF reads as LF.
+      {C_FILE::TEXT, 1252, "\x80\xE9\r\n", "ccc", u"\u20AC|\u00E9|\n|"},
+      {C_FILE::TEXT, 65001, "a\r\nb\rc\nd\xE2z\n", "lllll", u"a|b|c|d\uFFFDz|<end>|"},
+      // UNICODE files give their units, in the order of their mark.
+      {C_FILE::AUTO, 0, std::string("\xFF\xFE \0x\0\xAC\x20\n\0z\0", 12), "tt", u"x\u20AC|z<end>|"},
+      {C_FILE::AUTO, 0, std::string("\xFE\xFF\0a\0\r\0b\0\n\0c", 12), "cclll", u"a|b||c|<end>|"},
+  };
+  for (const Case& c : cases) {
+    CodePage page(c.page == 0 ? 1252 : c.page);
+    WriteBytes(path, c.bytes);
+    C_FILE file(LibraryPath(path), C_FILE::READ, c.type);
+    file.SetCoding(c.page == 0);
+    EXPECT_EQ(Reads(&file, c.kinds), c.read) << c.kinds;
+  }
 }
 
 TEST(TextIo, CompressedInPlaceText) {
@@ -149,25 +129,6 @@ TEST(TextIo, CompressedInPlaceText) {
   // A line the end of the file cuts is given up.
   C_FILE again(LibraryPath(path), C_FILE::READ | C_FILE::DIRECT, C_FILE::COMPRESSED);
   EXPECT_EQ(ReadLines(&again), u"first\r|second\u00E9|2-3|");
-}
-
-TEST(TextIo, Tokens) {
-  TempDir dir;
-  const std::string path = dir.File("tokens.txt");
-  WriteBytes(path, "  abc def");
-  C_FILE file(LibraryPath(path), C_FILE::READ, C_FILE::TEXT);
-  EXPECT_EQ(Reads(&file, "ttt"), u"abc|def<end>|<end>|");
-  C_FILE spaced(LibraryPath(path), C_FILE::READ, C_FILE::TEXT);
-  EXPECT_EQ(Reads(&spaced, "s"), u"abc def<end>|");
-  // Quotes and backslashes; a token is never decoded.
-  CodePage latin(1252);
-  WriteBytes(path, "\t\"a \\\" b\\\\\" rest of\tline\r\n\37700E9");
-  C_FILE quoted(LibraryPath(path), C_FILE::READ, C_FILE::TEXT);
-  EXPECT_EQ(Reads(&quoted, "tsst"), u"a \\\" b\\\\|rest of|line|\u00FF00E9<end>|");
-  // UNICODE files give their units.
-  WriteBytes(path, std::string("\xFF\xFE \0x\0\xAC\x20\n\0z\0", 12));
-  C_FILE unicode(LibraryPath(path), C_FILE::READ, C_FILE::AUTO);
-  EXPECT_EQ(Reads(&unicode, "tt"), u"x\u20AC|z<end>|");
 }
 
 TEST(TextIo, FormattedValues) {
@@ -206,25 +167,19 @@ TEST(TextIo, BareStreams) {
   const std::string path = dir.File("bare.txt");
   CodePage utf8(65001);
   std::FILE* out = std::fopen(path.c_str(), "w");
-  C_FILE::WriteFile(out, C_STRING(u"\u00E9t\u00E9\r\n"));
-  C_FILE::WriteFile(out, C_STRING(u""));
-  C_FILE::WriteFile(out, C_STRING(u"last"));
+  for (const char16_t* text : {u"\u00E9t\u00E9\r\n", u"", u"last"}) C_FILE::WriteFile(out, C_STRING(text));
   C_FILE::FlushFile(out);
   C_FILE::FlushFile(nullptr);
   std::fclose(out);
   EXPECT_EQ(ReadBytes(path), "\xC3\xA9t\xC3\xA9\r\nlast");
   std::FILE* in = std::fopen(path.c_str(), "r");
-  C_STRING line;
-  C_FILE::ReadFile(in, &line);
-  EXPECT_TRUE(line == u"\u00E9t\u00E9");
-  C_FILE::ReadFile(in, &line);
-  EXPECT_TRUE(line == u"last");
-  C_FILE::ReadFile(in, &line);
-  EXPECT_TRUE(line.IsVoid());
+  std::u16string lines;
+  for (C_STRING line; C_FILE::ReadFile(in, &line), !C_ERROR::Is();) lines.append(line.GetWCHAR()) += u'|';
+  EXPECT_EQ(lines, u"\u00E9t\u00E9|last|");
   EXPECT_TRUE(C_ERROR::GetPendingExtra() == C_STRING(u"unspecified"));
   EXPECT_EQ(TakeError(), &CerrFileEndReached);
   std::fclose(in);
-  line = C_STRING(u"x");
+  C_STRING line(u"x");
   C_FILE::ReadFile(nullptr, &line);
   EXPECT_TRUE(line.IsVoid());
   std::FILE* full = std::fopen("/dev/full", "w");
