@@ -15,18 +15,26 @@ namespace {
 // The largest n whose block size still fits an int.
 constexpr int kLargestShielded = 1589137896;
 
+// A buffer for the block of n bytes and its size, or null: nothing to do, or
+// an error pending (a block beyond an int, or no memory).
+char* NewBlock(int n, const C_STRING& path, int* size) {
+  if (n <= 0) return nullptr;
+  if (n > kLargestShielded) {
+    CerrValueTooHigh.TriggerMild(&path);
+    return nullptr;
+  }
+  *size = FileBlockSize(n);
+  return qorc::NewArray<char>(static_cast<std::size_t>(*size));
+}
+
 }  // namespace
 
 void C_FILE::WriteShielded(int n, void* data, int* consumed, int* written) {
   if (consumed != nullptr) *consumed = 0;
   if (written != nullptr) *written = 0;
-  if (stream_ == nullptr || n <= 0) return;
-  if (n > kLargestShielded) {
-    CerrValueTooHigh.TriggerMild(&pathExp_);
-    return;
-  }
-  const int size = FileBlockSize(n);
-  char* block = qorc::NewArray<char>(static_cast<std::size_t>(size));
+  if (stream_ == nullptr) return;
+  int size = 0;
+  char* block = NewBlock(n, pathExp_, &size);
   if (block == nullptr) return;
   qorc::shield::EncodeFileBlock(static_cast<const unsigned char*>(data), n, block);
   int put = 0;
@@ -50,13 +58,9 @@ void C_FILE::ReadShielded(int n, void* data, int* decoded, int* read) {
   if (decoded != nullptr) *decoded = 0;
   if (read != nullptr) *read = 0;
   if (RefusedOnStorage()) return;
-  if (stream_ == nullptr || n <= 0) return;
-  if (n > kLargestShielded) {
-    CerrValueTooHigh.TriggerMild(&pathExp_);
-    return;
-  }
-  const int size = FileBlockSize(n);
-  char* block = qorc::NewArray<char>(static_cast<std::size_t>(size));
+  if (stream_ == nullptr) return;
+  int size = 0;
+  char* block = NewBlock(n, pathExp_, &size);
   if (block == nullptr) return;
   int got = 0;
   if (IsDirectCompressed()) {

@@ -548,6 +548,15 @@ C_STRING FormatHere(const C_STRING& format, const FormatValue* values, int count
   }
 }
 
+// The values by the format, in a first buffer of the format's length and
+// `perValue` characters more for each value.
+template <typename... T>
+C_STRING FormatValues(const C_STRING& format, int perValue, T... values) {
+  const FormatValue list[] = {FormatValue::Of(values)...};
+  const int count = static_cast<int>(sizeof...(T));
+  return FormatHere(format, list, count, format.GetNumber() + perValue * count);
+}
+
 }  // namespace
 
 void C_FILE::WriteFormatted(const C_STRING& text) {
@@ -558,43 +567,30 @@ void C_FILE::WriteFormatted(const C_STRING& text) {
 
 void C_FILE::Write(int value, const C_STRING& format) { WriteFormatted(C_STRING(value, format)); }
 
-void C_FILE::Write(int a, int b, const C_STRING& format) {
-  const FormatValue values[] = {FormatValue::Of(a), FormatValue::Of(b)};
-  WriteFormatted(FormatHere(format, values, 2, format.GetNumber() + 30));
-}
+void C_FILE::Write(int a, int b, const C_STRING& format) { WriteFormatted(FormatValues(format, 15, a, b)); }
 
-void C_FILE::Write(int a, int b, int c, const C_STRING& format) {
-  const FormatValue values[] = {FormatValue::Of(a), FormatValue::Of(b), FormatValue::Of(c)};
-  WriteFormatted(FormatHere(format, values, 3, format.GetNumber() + 45));
-}
+void C_FILE::Write(int a, int b, int c, const C_STRING& format) { WriteFormatted(FormatValues(format, 15, a, b, c)); }
 
 void C_FILE::Write(int a, int b, int c, int d, const C_STRING& format) {
-  const FormatValue values[] = {FormatValue::Of(a), FormatValue::Of(b), FormatValue::Of(c), FormatValue::Of(d)};
-  WriteFormatted(FormatHere(format, values, 4, format.GetNumber() + 60));
+  WriteFormatted(FormatValues(format, 15, a, b, c, d));
 }
 
 void C_FILE::Write(long long value, const C_STRING& format) { WriteFormatted(C_STRING(value, format)); }
 
 void C_FILE::Write(unsigned long long value, int a, int b, const C_STRING& format) {
-  const FormatValue values[] = {FormatValue::Of(static_cast<long long>(value)), FormatValue::Of(a), FormatValue::Of(b)};
-  WriteFormatted(FormatHere(format, values, 3, format.GetNumber() + 45));
+  WriteFormatted(FormatValues(format, 15, static_cast<long long>(value), a, b));
 }
 
 void C_FILE::Write(double value, const C_STRING& format) { WriteFormatted(C_STRING(value, format)); }
 
-void C_FILE::Write(double a, double b, const C_STRING& format) {
-  const FormatValue values[] = {FormatValue::Of(a), FormatValue::Of(b)};
-  WriteFormatted(FormatHere(format, values, 2, format.GetNumber() + 40));
-}
+void C_FILE::Write(double a, double b, const C_STRING& format) { WriteFormatted(FormatValues(format, 20, a, b)); }
 
 void C_FILE::Write(double a, double b, double c, const C_STRING& format) {
-  const FormatValue values[] = {FormatValue::Of(a), FormatValue::Of(b), FormatValue::Of(c)};
-  WriteFormatted(FormatHere(format, values, 3, format.GetNumber() + 60));
+  WriteFormatted(FormatValues(format, 20, a, b, c));
 }
 
 void C_FILE::Write(double a, double b, double c, double d, const C_STRING& format) {
-  const FormatValue values[] = {FormatValue::Of(a), FormatValue::Of(b), FormatValue::Of(c), FormatValue::Of(d)};
-  WriteFormatted(FormatHere(format, values, 4, format.GetNumber() + 80));
+  WriteFormatted(FormatValues(format, 20, a, b, c, d));
 }
 
 void C_FILE::Write(const C_STRING& text, const C_STRING& format) { WriteFormatted(C_STRING(text, format)); }

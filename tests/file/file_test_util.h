@@ -1,7 +1,9 @@
-// Helpers of the file tests: whole files as byte strings, library paths.
+// Helpers of the file tests: whole files as byte strings, library paths,
+// test data, and reads with their errors as text.
 #ifndef QORC_TESTS_FILE_FILE_TEST_UTIL_H
 #define QORC_TESTS_FILE_FILE_TEST_UTIL_H
 
+#include <gtest/gtest.h>
 #include <qorc/qorc.h>
 
 #include <fstream>
@@ -15,8 +17,7 @@ inline std::string ReadBytes(const std::string& path) {
 }
 
 inline void WriteBytes(const std::string& path, const std::string& bytes) {
-  std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
 }
 
 inline C_STRING LibraryPath(const std::string& path) {
@@ -25,40 +26,65 @@ inline C_STRING LibraryPath(const std::string& path) {
   return text;
 }
 
-// The path as the file object reports it, expanded.
+// The path as the file object reports it in errors, expanded.
 inline C_STRING ExpandedPath(const std::string& path) {
   C_STRING text = LibraryPath(path);
   C_FILE::ExpandPath(&text);
   return text;
 }
 
-// Bytes that compress like text: words from a small vocabulary, lines.
-inline std::string TextLikeBytes(std::size_t size, unsigned seed = 7) {
-  static const char* const kWords[] = {"alpha", "beam", "column", "load",   "node",    "3.1415", "support", "x",
-                                       "force", "=",    "12",     "moment", "segment", "-0.25",  "plate",   "steel"};
-  std::mt19937 random(seed);
-  std::string out;
-  out.reserve(size + 16);
-  while (out.size() < size) {
-    out += kWords[random() % 16];
-    out += random() % 9 == 0 ? '\n' : ' ';
-  }
-  out.resize(size);
-  return out;
-}
-
-inline std::string RandomBytes(std::size_t size, unsigned seed = 11) {
+inline std::string RandomBytes(std::size_t size, unsigned seed = 7) {
   std::mt19937 random(seed);
   std::string out(size, '\0');
   for (char& c : out) c = static_cast<char>(random());
   return out;
 }
 
-// The pending error is this descriptor; it is cleared.
-inline bool TakePending(const C_ERROR& error) {
-  const bool pending = error.IsPending();
+// The pending error, cleared.
+inline const C_ERROR* TakeError() {
+  const C_ERROR* error = C_ERROR::GetPending();
   C_ERROR::ClearPending();
-  return pending;
+  return error;
+}
+
+// Reads in turn, as `kinds` says, a line (l), a token (t), a token that ends
+// only at a control character (s) or a character (c). Each result is
+// followed by "|", and by "<end>", "<invalid>" or "<error>" first when the
+// read left an error (which is cleared).
+inline std::u16string Reads(C_FILE* file, const char* kinds) {
+  std::u16string out;
+  for (; *kinds != '\0'; ++kinds) {
+    C_STRING text;
+    C_CHAR c;
+    if (*kinds == 'c') {
+      file->Read(&c);
+      if (!c.IsVoid()) out += static_cast<char16_t>(c);
+    } else {
+      *kinds == 'l' ? file->Read(&text) : *kinds == 't' ? file->ReadToken(&text) : file->ReadTokenSpace(&text);
+      out.append(text.GetWCHAR(), static_cast<std::size_t>(text.GetNumber()));
+    }
+    if (const C_ERROR* error = TakeError()) {
+      out += error == &CerrFileEndReached            ? u"<end>"
+             : error == &CerrFileContainsInvalidCode ? u"<invalid>"
+                                                     : u"<error>";
+    }
+    out += u'|';
+  }
+  return out;
+}
+
+// Every line up to the end of the file, each followed by "|".
+inline std::u16string ReadLines(C_FILE* file) {
+  std::u16string out;
+  for (C_STRING line; file->Read(&line), !C_ERROR::Is();) out.append(line.GetWCHAR(), line.GetNumber()) += u'|';
+  EXPECT_EQ(TakeError(), &CerrFileEndReached);
+  return out;
+}
+
+inline std::u16string ReadLines(const std::string& path, C_FILE::TYPE type, bool coding = true) {
+  C_FILE file(LibraryPath(path), C_FILE::READ, type);
+  file.SetCoding(coding);
+  return ReadLines(&file);
 }
 
 #endif

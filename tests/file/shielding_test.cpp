@@ -1,3 +1,4 @@
+// Shielded data: the string form, and blocks in files in every route.
 #include <gtest/gtest.h>
 #include <qorc/qorc.h>
 #include <qorc/shielding.h>
@@ -6,11 +7,12 @@
 #include <string>
 #include <vector>
 
-#include "file/shielding_code.h"
+#include "file/file_test_util.h"
+#include "support/temp_dir.h"
 
 namespace {
 
-std::string Shield(const std::vector<unsigned char>& bytes) {
+std::string Shield(const std::string& bytes) {
   char* text = nullptr;
   int length = -1;
   CastrShieldData(bytes.data(), static_cast<int>(bytes.size()), &text, &length);
@@ -19,42 +21,33 @@ std::string Shield(const std::vector<unsigned char>& bytes) {
   return out;
 }
 
-std::vector<unsigned char> Unshield(const char* text, int length = -1) {
-  void* data = nullptr;
+std::string Unshield(const std::string& text, int length = -1) {
+  char* data = nullptr;
   int n = -1;
-  CastrUnshieldData(text, length, &data, &n);
-  std::vector<unsigned char> out;
-  if (data != nullptr) {
-    const unsigned char* bytes = static_cast<unsigned char*>(data);
-    out.assign(bytes, bytes + n);
-    EXPECT_EQ(bytes[n], 0);  // a zero byte follows the data
-  }
+  CastrUnshieldData(text.c_str(), length, reinterpret_cast<void**>(&data), &n);
+  if (data == nullptr) return "<null>";
+  std::string out(data, static_cast<std::size_t>(n));
+  EXPECT_EQ(data[n], '\0');  // a zero byte follows the data
   std::free(data);
   return out;
 }
 
 }  // namespace
 
-TEST(Shielding, StringFormKnownValues) {
-  EXPECT_EQ(Shield({1, 2, 3}), "018k0");
-  EXPECT_EQ(Shield({255}), "1z300");
-  EXPECT_EQ(Unshield("1z300"), std::vector<unsigned char>{255});
-  EXPECT_EQ(Unshield("018k0"), (std::vector<unsigned char>{1, 2, 3}));
-  EXPECT_EQ(Shield({}), "<null>");
-  EXPECT_EQ(Shield({0, 0}).size(), 5u);  // 1 + 4 * ceil(n / 3)
-  EXPECT_TRUE(Unshield("", 0).empty());
-}
-
-TEST(Shielding, RoundTripsEveryLengthAndByte) {
-  std::vector<unsigned char> bytes;
-  for (int n = 0; n < 300; ++n) {
+TEST(Shielding, StringFormKnownValuesAndRoundTrips) {
+  EXPECT_EQ(Shield("\1\2\3"), "018k0");
+  EXPECT_EQ(Shield("\xFF"), "1z300");
+  EXPECT_EQ(Unshield("1z300"), "\xFF");
+  EXPECT_EQ(Unshield("018k0"), "\1\2\3");
+  EXPECT_EQ(Shield(""), "<null>");
+  EXPECT_EQ(Unshield("", 0), "<null>");
+  std::string bytes;
+  for (int n = 1; n < 300; ++n) {
+    bytes += static_cast<char>(n * 37 + 11);
     const std::string text = Shield(bytes);
-    if (n > 0) {
-      EXPECT_EQ(text.size(), 1u + 4u * ((bytes.size() + 2) / 3));
-      EXPECT_EQ(Unshield(text.c_str()), bytes) << n;
-      EXPECT_EQ(Unshield(text.c_str(), static_cast<int>(text.size())), bytes) << n;
-    }
-    bytes.push_back(static_cast<unsigned char>(n * 37 + 11));
+    EXPECT_EQ(text.size(), 1u + 4u * ((bytes.size() + 2) / 3));
+    EXPECT_EQ(Unshield(text), bytes) << n;
+    EXPECT_EQ(Unshield(text, static_cast<int>(text.size())), bytes) << n;
   }
 }
 
@@ -65,37 +58,83 @@ TEST(Shielding, BadTextIsRefusedOrCutWithoutOverrun) {
   CastrUnshieldData("5abcd", -1, &data, &n);
   EXPECT_EQ(data, nullptr);
   EXPECT_EQ(n, 0);
-  EXPECT_EQ(C_ERROR::GetPending(), &CerrFileContainsInvalidCode);
-  C_ERROR::ClearPending();
-
+  EXPECT_EQ(TakeError(), &CerrFileContainsInvalidCode);
   // Only the count character: nothing to decode, whatever it says.
-  EXPECT_TRUE(Unshield("2").empty());
+  EXPECT_EQ(Unshield("2"), "");
   // Decoding stops at a character outside the alphabet; later groups stay zero.
-  const std::vector<unsigned char> cut = Unshield("0018k0!!!!");
-  ASSERT_EQ(cut.size(), 6u);
-  EXPECT_EQ(cut[3], 0);
-  EXPECT_FALSE(C_ERROR::Is());
+  EXPECT_EQ(Unshield("018k00!!!"), std::string("\1\2\3\0\0\0", 6));
+  EXPECT_EQ(TakeError(), nullptr);
 }
 
-TEST(Shielding, FileFormLinesAndDecoding) {
-  using namespace qorc::shield;
-  EXPECT_EQ(FileBlockSize(60), 81);  // 80 characters and one line feed
-  EXPECT_EQ(FileBlockSize(61), 86);  // 84 characters and two line feeds
-  std::vector<unsigned char> data(61);
-  for (int i = 0; i < 61; ++i) data[i] = static_cast<unsigned char>(i * 7);
-  std::string block(static_cast<std::size_t>(FileBlockSize(61)), '\0');
-  EncodeFileBlock(data.data(), 61, block.data());
-  EXPECT_EQ(block[80], '\n');
-  EXPECT_EQ(block[85], '\n');
+TEST(ShieldedFile, RoundTripsInEveryRoute) {
+  TempDir dir;
+  const std::string path = dir.File("r"), data = RandomBytes(5000);
+  const std::pair<int, C_FILE::TYPE> routes[] = {
+      {0, C_FILE::BINARY}, {0, C_FILE::COMPRESSED}, {C_FILE::DIRECT, C_FILE::COMPRESSED}};
+  for (const auto& [direct, type] : routes) {
+    {
+      C_FILE file(LibraryPath(path), C_FILE::WRITE | direct, type);
+      file.Write(7, "header\n");
+      file.WriteShielded(static_cast<int>(data.size()), const_cast<char*>(data.data()), nullptr, nullptr);
+      file.WriteShielded(2, const_cast<char*>("ok"), nullptr, nullptr);
+    }
+    C_FILE file(LibraryPath(path), C_FILE::READ | direct, type);
+    std::string header(7, '\0'), out(data.size(), '\0'), ok(2, '\0');
+    file.Read(7, header.data());
+    EXPECT_EQ(header, "header\n");
+    int decoded = 0, read = 0;
+    file.ReadShielded(static_cast<int>(data.size()), out.data(), &decoded, &read);
+    EXPECT_EQ(TakeError(), nullptr);
+    EXPECT_EQ(decoded, static_cast<int>(data.size()));
+    EXPECT_EQ(read, 4 * 1667 + 84);  // groups and a line feed after every 20
+    EXPECT_TRUE(out == data);
+    file.ReadShielded(2, ok.data(), nullptr, nullptr);
+    EXPECT_EQ(ok, "ok");
+    file.ReadShielded(2, ok.data(), &decoded, &read);
+    EXPECT_EQ(read, 0);
+    EXPECT_EQ(TakeError(), &CerrFileEndReached);
+  }
+}
 
-  std::vector<unsigned char> back(61);
-  bool invalid = true;
-  EXPECT_EQ(DecodeFileBlock(block.data(), static_cast<int>(block.size()), 61, back.data(), &invalid), 61);
-  EXPECT_FALSE(invalid);
-  EXPECT_EQ(back, data);
-
-  // Without the line feed after 20 groups, decoding stops after 60 bytes.
-  block[80] = 'x';
-  EXPECT_EQ(DecodeFileBlock(block.data(), static_cast<int>(block.size()), 61, back.data(), &invalid), 60);
-  EXPECT_TRUE(invalid);
+TEST(ShieldedFile, LayoutAndDamagedBlocks) {
+  TempDir dir;
+  const std::string path = dir.File("d.txt");
+  const C_STRING expanded = ExpandedPath(path);
+  const std::string data = RandomBytes(60) + "\1";
+  {
+    C_FILE file(LibraryPath(path), C_FILE::WRITE, C_FILE::BINARY);
+    int consumed = -1, written = -1;
+    file.WriteShielded(0, nullptr, &consumed, &written);
+    EXPECT_EQ(consumed + written, 0);
+    file.WriteShielded(61, const_cast<char*>(data.data()), &consumed, &written);
+    EXPECT_EQ(consumed, 61);
+    EXPECT_EQ(written, 86);
+  }
+  // 20 groups and a line feed, then the last group (the byte 1, padded with
+  // '0') and its line feed.
+  const std::string good = ReadBytes(path);
+  EXPECT_EQ(good.find('\n'), 80u);
+  EXPECT_EQ(good.substr(81), "1000\n");
+  std::string noFeed = good, badCharacter = good;
+  noFeed[80] = 'x';
+  badCharacter[5] = '#';
+  const std::pair<std::string, int> cases[] = {{noFeed, 60}, {badCharacter, 3}, {good.substr(0, 50), 36}};
+  for (const auto& [bytes, stored] : cases) {
+    WriteBytes(path, bytes);
+    C_FILE file(LibraryPath(path), C_FILE::READ, C_FILE::BINARY);
+    std::string out(61, '\0');
+    int decoded = 0, read = 0;
+    file.ReadShielded(61, out.data(), &decoded, &read);
+    EXPECT_EQ(read, static_cast<int>(bytes.size()));
+    EXPECT_EQ(out.substr(0, decoded), data.substr(0, stored));
+    EXPECT_TRUE(C_ERROR::GetPendingExtra() == expanded);
+    EXPECT_EQ(TakeError(), bytes.size() < 86 ? &CerrFileEndReached : &CerrFileContainsInvalidCode);
+  }
+  C_FILE full(C_STRING(u"/dev/full"), C_FILE::WRITE, C_FILE::BINARY);
+  const std::string big = RandomBytes(30000);
+  int consumed = -1, written = -1;
+  full.WriteShielded(static_cast<int>(big.size()), const_cast<char*>(big.data()), &consumed, &written);
+  EXPECT_EQ(TakeError(), &CerrFileNotEnoughSpace);
+  EXPECT_LT(written, 40500);
+  EXPECT_EQ(consumed, (written * 3 + 3) / 4);
 }
