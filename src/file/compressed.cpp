@@ -340,11 +340,10 @@ void C_FILE::PositionDirect(long long position) {
   long long block = -1;
   long long offset = -1;
   SearchCompressBlockPosition(position, &block, &offset);
-  if (block == currentBlock_) {
-    if (fill_ == 0) {
-      CerrFileCannotSeek.TriggerMild(&pathExp_);
-      return;
-    }
+  // Inside the block in the buffer only the cursor moves. When a read that met
+  // the end has emptied the buffer, the block is read again instead of the
+  // position being refused.
+  if (block == currentBlock_ && fill_ != 0) {
     cursor_ = offset < fill_ ? static_cast<unsigned int>(offset) : fill_;
     return;
   }

@@ -299,7 +299,10 @@ void C_FILE::Rewind() {
       CerrFileCannotSeek.TriggerMild(&pathExp_);
       return;
     }
-    if (currentBlock_ == 0) {
+    // The first block still in the buffer only needs the cursor back. A read
+    // that met the end has emptied the buffer, though: then the block is read
+    // again, so that nothing is lost.
+    if (currentBlock_ == 0 && fill_ != 0) {
       cursor_ = 0;
       return;
     }

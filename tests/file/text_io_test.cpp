@@ -129,6 +129,11 @@ TEST(TextIo, CompressedInPlaceText) {
   // A line the end of the file cuts is given up.
   C_FILE again(LibraryPath(path), C_FILE::READ | C_FILE::DIRECT, C_FILE::COMPRESSED);
   EXPECT_EQ(ReadLines(&again), u"first\r|second\u00E9|2-3|");
+  // Read to its end, the file still rewinds and positions: nothing is lost.
+  again.Rewind();
+  EXPECT_EQ(ReadLines(&again), u"first\r|second\u00E9|2-3|");
+  again.SetPosit(14);  // just after "first\r\n" in UTF-16
+  EXPECT_EQ(Reads(&again, "l"), u"second\u00E9|");
 }
 
 TEST(TextIo, FormattedValues) {
