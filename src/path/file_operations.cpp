@@ -32,6 +32,28 @@ bool ReportCopyProgress(long long transferred, long long total, bool streamStart
   return progress->callback(fraction, streamStart, progress->data) != 0;
 }
 
+// Reports a failed removal or renaming of `path`, mildly: a missing file as
+// such, a refusal as `refused`, an existing target as `existing`, anything
+// else as a read failure.
+void ReportFailure(FileError error, const C_STRING& path, const C_ERROR& refused, const C_ERROR& existing) {
+  switch (error) {
+    case FileError::None:
+      break;
+    case FileError::NotFound:
+      CerrFileNotFound.TriggerMild(&path);
+      break;
+    case FileError::AccessDenied:
+      refused.TriggerMild(&path);
+      break;
+    case FileError::AlreadyExists:
+      existing.TriggerMild(&path);
+      break;
+    default:
+      CerrFileCannotRead.TriggerMild(&path);
+      break;
+  }
+}
+
 }  // namespace
 
 C_BOOL C_FILE::Exists(const C_STRING& path) { return qorc::platform::PathExists(Expanded(path).GetWCHAR()); }
@@ -64,36 +86,12 @@ void C_FILE::SetReadOnly(const C_STRING& path, C_BOOL readOnly) {
 }
 
 void C_FILE::Remove(const C_STRING& path) {
-  switch (qorc::platform::RemoveFile(Expanded(path).GetWCHAR())) {
-    case FileError::None:
-      break;
-    case FileError::NotFound:
-      CerrFileNotFound.TriggerMild(&path);
-      break;
-    case FileError::AccessDenied:
-      CerrFileReadOnly.TriggerMild(&path);
-      break;
-    default:
-      CerrFileCannotRead.TriggerMild(&path);
-      break;
-  }
+  ReportFailure(qorc::platform::RemoveFile(Expanded(path).GetWCHAR()), path, CerrFileReadOnly, CerrFileCannotRead);
 }
 
 void C_FILE::Rename(const C_STRING& from, const C_STRING& to) {
-  switch (qorc::platform::RenameNoReplace(Expanded(from).GetWCHAR(), Expanded(to).GetWCHAR())) {
-    case FileError::None:
-      break;
-    case FileError::NotFound:
-      CerrFileNotFound.TriggerMild(&from);
-      break;
-    case FileError::AccessDenied:
-    case FileError::AlreadyExists:
-      CerrFileCannotWrite.TriggerMild(&from);
-      break;
-    default:
-      CerrFileCannotRead.TriggerMild(&from);
-      break;
-  }
+  ReportFailure(qorc::platform::RenameNoReplace(Expanded(from).GetWCHAR(), Expanded(to).GetWCHAR()), from,
+                CerrFileCannotWrite, CerrFileCannotWrite);
 }
 
 void C_FILE::Copy(const C_STRING& from, const C_STRING& to, C_BOOL overwrite) {

@@ -48,6 +48,16 @@ bool GrowPair(C_STRING** first, C_STRING** second, int count, int* capacity, int
   return true;
 }
 
+// Frees parallel arrays made by GrowPair and leaves them empty.
+void FreePair(C_STRING** first, C_STRING** second, int* count, int* capacity) {
+  delete[] * first;
+  delete[] * second;
+  *first = nullptr;
+  *second = nullptr;
+  *count = 0;
+  *capacity = 0;
+}
+
 // The cache of network names: the paths asked and the answers given,
 // failures included. It is never emptied while the process runs.
 C_STRING* g_networkPaths = nullptr;
@@ -59,14 +69,7 @@ C_STRING FromUnits(const std::u16string& text) { return C_STRING(static_cast<int
 
 // Gives the protected table to the library's own housekeeping.
 struct RootTable : C_FILE {
-  static void Destroy() {
-    delete[] RootsNames;
-    delete[] RootsDirs;
-    RootsNames = nullptr;
-    RootsDirs = nullptr;
-    RootsNb = 0;
-    RootsNba = 0;
-  }
+  static void Destroy() { FreePair(&RootsNames, &RootsDirs, &RootsNb, &RootsNba); }
   static void Expand(C_STRING* path, bool ignoreCase);
 };
 
@@ -105,12 +108,7 @@ namespace qorc {
 
 void DestroyRootTables() {
   RootTable::Destroy();
-  delete[] g_networkPaths;
-  delete[] g_networkAnswers;
-  g_networkPaths = nullptr;
-  g_networkAnswers = nullptr;
-  g_networkNb = 0;
-  g_networkNba = 0;
+  FreePair(&g_networkPaths, &g_networkAnswers, &g_networkNb, &g_networkNba);
 }
 
 }  // namespace qorc

@@ -34,6 +34,26 @@ C_DATE FromCivil(const Civil& time) {
 // The years a date may hold.
 bool InRange(const Civil& time) { return time.year >= 100 && time.year <= 9999; }
 
+// Moves the date by the local time's offset from UTC, forwards (`sign` 1) or
+// backwards (-1). The offset in force now applies to every date, as the
+// platform's file-time conversions do: a winter date converted in summer moves
+// by the summer offset. An invalid date, or a result outside the years a date
+// may hold, is left as it was with CerrInvalidValue pending.
+void MoveByUtcOffset(C_DATE* date, int sign) {
+  long long offset = 0;
+  if (!date->IsValid() || !qorc::platform::CurrentUtcOffset(&offset)) {
+    CerrInvalidValue.TriggerMild();
+    return;
+  }
+  const Civil moved =
+      qorc::calendar::FromMilliseconds(qorc::calendar::ToMilliseconds(ToCivil(*date)) + sign * offset * 1000);
+  if (!InRange(moved)) {
+    CerrInvalidValue.TriggerMild();
+    return;
+  }
+  *date = FromCivil(moved);
+}
+
 // printf-style text of plain numbers, which is ASCII in every code page.
 template <typename... Values>
 C_STRING Printed(const char* format, Values... values) {
@@ -101,35 +121,9 @@ void C_DATE::SetCurrentLocale() {
   *this = FromCivil(qorc::calendar::FromMilliseconds(now + offset * 1000));
 }
 
-// The offset in force now applies to every date, as the platform's file-time
-// conversions do: a winter date converted in summer moves by the summer offset.
-void C_DATE::GMTToLocal() {
-  long long offset = 0;
-  if (!IsValid() || !qorc::platform::CurrentUtcOffset(&offset)) {
-    CerrInvalidValue.TriggerMild();
-    return;
-  }
-  const Civil local = qorc::calendar::FromMilliseconds(qorc::calendar::ToMilliseconds(ToCivil(*this)) + offset * 1000);
-  if (!InRange(local)) {
-    CerrInvalidValue.TriggerMild();
-    return;
-  }
-  *this = FromCivil(local);
-}
+void C_DATE::GMTToLocal() { MoveByUtcOffset(this, 1); }
 
-void C_DATE::LocalToGMT() {
-  long long offset = 0;
-  if (!IsValid() || !qorc::platform::CurrentUtcOffset(&offset)) {
-    CerrInvalidValue.TriggerMild();
-    return;
-  }
-  const Civil utc = qorc::calendar::FromMilliseconds(qorc::calendar::ToMilliseconds(ToCivil(*this)) - offset * 1000);
-  if (!InRange(utc)) {
-    CerrInvalidValue.TriggerMild();
-    return;
-  }
-  *this = FromCivil(utc);
-}
+void C_DATE::LocalToGMT() { MoveByUtcOffset(this, -1); }
 
 void C_DATE::GetString(C_STRING* out) const {
   *out = Printed("%04d/%02d/%02d-%02d:%02d:%02d.%02d", GetYear(), GetMonth(), GetDay(), GetHour(), GetMinute(),

@@ -2,116 +2,81 @@
 #include <qorc/qorc.h>
 
 #include <string>
-#include <vector>
 
 namespace {
 
 std::u16string Text(const C_STRING& s) { return std::u16string(s.GetWCHAR(), static_cast<std::size_t>(s.GetNumber())); }
 
-// Index management switched on for one test.
-class ManagedIndex {
- public:
-  explicit ManagedIndex(bool on) : saved_(CfileManageIndex) { CfileManageIndex = on; }
-  ~ManagedIndex() { CfileManageIndex = saved_; }
-
- private:
-  C_BOOL saved_;
-};
-
-struct Split {
-  std::u16string root;
-  std::vector<std::u16string> parts;
-};
-
-Split SplitDir(const char16_t* dir) {
-  C_STRING root;
-  int count = -1;
-  C_STRING* parts = nullptr;
-  C_FILE::SplitDir(C_STRING(dir), &root, &count, &parts);
-  Split split{Text(root), {}};
-  for (int i = 0; i < count; ++i) split.parts.push_back(Text(parts[i]));
-  delete[] parts;
-  return split;
+// The results of the name operations, two outputs joined by "|"; outputs
+// start as "old" to show what is cleared and what is kept.
+std::u16string Get(void (*op)(const C_STRING&, C_STRING*), const C_STRING& name) {
+  C_STRING out(u"old");
+  op(name, &out);
+  return Text(out);
+}
+std::u16string Split(void (*op)(const C_STRING&, C_STRING*, C_STRING*), const C_STRING& path) {
+  C_STRING first(u"old");
+  C_STRING second(u"old");
+  op(path, &first, &second);
+  return Text(first) + u"|" + Text(second);
+}
+std::u16string Set(void (*op)(const C_STRING&, C_STRING*), const char16_t* suffix, const char16_t* path) {
+  C_STRING result(path);
+  op(C_STRING(suffix), &result);
+  return Text(result);
+}
+std::u16string Remove(void (*op)(C_STRING*, C_STRING*), const char16_t* path) {
+  C_STRING result(path);
+  C_STRING removed(u"old");
+  op(&result, &removed);
+  return Text(result) + u"|" + Text(removed);
 }
 
-TEST(FileNames, CleanAndMakePathAreLiteral) {
+std::u16string Shrink(const char16_t* text) {
+  C_STRING path(text);
+  C_FILE::ShrinkPath(&path);
+  return Text(path);
+}
+
+TEST(FileNames, JoinSplitAndShrinkAreLiteral) {
   C_STRING path(u"a/b\\c//d");
   C_FILE::CleanPath(&path);
   EXPECT_EQ(Text(path), u"a\\b\\c\\\\d");
+  C_FILE::MakePath(C_STRING(u"C:\\dir\\"), C_STRING(u"f.txt"), &path);
+  EXPECT_EQ(Text(path), u"C:\\dir\\\\f.txt");
+  C_FILE::MakePath(C_STRING(), path, &path);  // the output may be an input
+  EXPECT_EQ(Text(path), u"\\C:\\dir\\\\f.txt");
 
-  C_STRING out;
-  C_FILE::MakePath(C_STRING(u"C:\\dir\\"), C_STRING(u"f.txt"), &out);
-  EXPECT_EQ(Text(out), u"C:\\dir\\\\f.txt");
-  C_FILE::MakePath(C_STRING(), C_STRING(u"f.txt"), &out);
-  EXPECT_EQ(Text(out), u"\\f.txt");
-  // The output may be one of the inputs.
-  C_STRING dir(u"d");
-  C_FILE::MakePath(dir, C_STRING(u"n"), &dir);
-  EXPECT_EQ(Text(dir), u"d\\n");
-}
+  EXPECT_EQ(Split(C_FILE::SplitPath, C_STRING(u"file.txt")), u"|file.txt");
+  EXPECT_EQ(Split(C_FILE::SplitPath, C_STRING(u"C:file.txt")), u"C|file.txt");
+  EXPECT_EQ(Split(C_FILE::SplitPath, C_STRING(u"C:\\a\\..")), u"C:\\a\\..|");
+  // Found by fuzzing: a name holding a zero unit is not ".".
+  EXPECT_EQ(Split(C_FILE::SplitPath, C_STRING(2, u".\0")), std::u16string(u"|.\0", 3));
 
-TEST(FileNames, SplitPathSeparatesDirectoryAndName) {
-  C_STRING dir(u"x");
-  C_STRING name(u"x");
-  C_FILE::SplitPath(C_STRING(u"file.txt"), &dir, &name);
-  EXPECT_EQ(Text(dir), u"");
-  EXPECT_EQ(Text(name), u"file.txt");
-  C_FILE::SplitPath(C_STRING(u"C:file.txt"), &dir, &name);
-  EXPECT_EQ(Text(dir), u"C");
-  EXPECT_EQ(Text(name), u"file.txt");
-  C_FILE::SplitPath(C_STRING(u"C:\\a\\.."), &dir, &name);
-  EXPECT_EQ(Text(dir), u"C:\\a\\..");
-  EXPECT_EQ(Text(name), u"");
-  // A name holding a zero unit is not ".".
-  C_FILE::SplitPath(C_STRING(2, u".\0"), &dir, &name);
-  EXPECT_EQ(Text(dir), u"");
-  EXPECT_EQ(name.GetNumber(), 2);
-  C_FILE::SplitPath(C_STRING(u"/usr/lib/x.so"), &dir, &name);
-  EXPECT_EQ(Text(dir), u"/usr/lib");
-  EXPECT_EQ(Text(name), u"x.so");
-}
-
-TEST(FileNames, SplitDirGivesRootAndComponents) {
-  Split s = SplitDir(u"\\\\srv\\share\\d");
-  EXPECT_EQ(s.root, u"\\\\srv");
-  EXPECT_EQ(s.parts, (std::vector<std::u16string>{u"share", u"d"}));
-  s = SplitDir(u"C:\\a\\b");
-  EXPECT_EQ(s.root, u"C");
-  EXPECT_EQ(s.parts, (std::vector<std::u16string>{u"a", u"b"}));
-  s = SplitDir(u"a\\b");
-  EXPECT_EQ(s.root, u"");
-  EXPECT_EQ(s.parts, (std::vector<std::u16string>{u"a", u"b"}));
-  // A leading separator and doubled separators give empty components.
-  s = SplitDir(u"\\a//b/");
-  EXPECT_EQ(s.parts, (std::vector<std::u16string>{u"", u"a", u"", u"b", u""}));
-
-  // Without a drive the root is left as it was; an empty directory leaves
-  // the array alone.
-  C_STRING root(u"kept");
-  int count = -1;
-  C_STRING* parts = nullptr;
-  C_FILE::SplitDir(C_STRING(u"x\\y"), &root, &count, &parts);
-  EXPECT_EQ(Text(root), u"kept");
-  delete[] parts;
-  parts = nullptr;
-  C_FILE::SplitDir(C_STRING(), &root, &count, &parts);
-  EXPECT_EQ(count, 0);
-  EXPECT_EQ(parts, nullptr);
-}
-
-TEST(FileNames, ShrinkPathRemovesDotComponents) {
-  const auto shrink = [](const char16_t* text) {
-    C_STRING path(text);
-    C_FILE::ShrinkPath(&path);
-    return Text(path);
+  // The root, ">" and the components; without a drive the root is kept, and
+  // separators in a row give empty components.
+  const auto splitDir = [](const char16_t* dir) {
+    C_STRING root(u"old");
+    int count = -1;
+    C_STRING* parts = nullptr;
+    C_FILE::SplitDir(C_STRING(dir), &root, &count, &parts);
+    std::u16string result = (count < 0 || (count == 0) != (parts == nullptr)) ? u"bad count" : Text(root) + u">";
+    for (int i = 0; i < count; ++i) result += (i > 0 ? u"|" : u"") + Text(parts[i]);
+    delete[] parts;
+    return result;
   };
-  EXPECT_EQ(shrink(u"C:\\a\\.\\b\\..\\c.txt"), u"C:\\a\\c.txt");
-  EXPECT_EQ(shrink(u"a\\..\\b.txt"), u"b.txt");
-  EXPECT_EQ(shrink(u".\\..\\x"), u".\\..\\x");
-  EXPECT_EQ(shrink(u"$QORHOME\\..\\x"), u"$QORHOME\\..\\x");
-  EXPECT_EQ(shrink(u"\\\\srv\\share\\a\\..\\f"), u"\\\\srv\\share\\f");
-  EXPECT_EQ(shrink(u"/home/u/a/b/../../f"), u"\\home\\u\\f");
-  EXPECT_EQ(shrink(u"C:/x/y/.."), u"C:\\x\\");
+  EXPECT_EQ(splitDir(u"\\\\srv\\share\\d"), u"\\\\srv>share|d");
+  EXPECT_EQ(splitDir(u"C:\\a\\b"), u"C>a|b");
+  EXPECT_EQ(splitDir(u"\\a//b/"), u"old>|a||b|");
+  EXPECT_EQ(splitDir(u""), u"old>");
+
+  // "." and ".." in the first place, or after an unexpanded root, are kept.
+  EXPECT_EQ(Shrink(u"C:\\a\\.\\b\\..\\c.txt"), u"C:\\a\\c.txt");
+  EXPECT_EQ(Shrink(u"a\\..\\b.txt"), u"b.txt");
+  EXPECT_EQ(Shrink(u".\\..\\x"), u".\\..\\x");
+  EXPECT_EQ(Shrink(u"$QORHOME\\..\\x"), u"$QORHOME\\..\\x");
+  EXPECT_EQ(Shrink(u"\\\\srv\\share\\a\\..\\f"), u"\\\\srv\\share\\f");
+  EXPECT_EQ(Shrink(u"C:/x/y/.."), u"C:\\x\\");
 }
 
 TEST(FileNames, CompactPathFitsTheWidth) {
@@ -122,118 +87,48 @@ TEST(FileNames, CompactPathFitsTheWidth) {
   };
   EXPECT_EQ(compact(u"C:\\short.txt", 40), u"C:\\short.txt");
   EXPECT_EQ(compact(u"C:\\program\\data\\report.txt", 20), u"C:\\pro...\\report.txt");
-  EXPECT_EQ(compact(u"C:\\program\\data\\report.txt", 20).size(), 20u);
   EXPECT_EQ(compact(u"C:\\a\\averyveryverylongname.txt", 12), u"...\\avery...");
   EXPECT_EQ(compact(u"averyveryverylongname.txt", 10), u"averyve...");
   EXPECT_EQ(compact(u"C:\\a\\b\\c.txt", 3), u"...");
   EXPECT_EQ(compact(u"C:\\a\\b\\c.txt", 0), u"");
 }
 
-TEST(FileNames, LastSuffixOperations) {
-  C_STRING out;
-  C_FILE::GetPrefix(C_STRING(u"dir.v\\file.txt"), &out);
-  EXPECT_EQ(Text(out), u"dir.v\\file");
-  C_FILE::GetPrefix(C_STRING(u"noext"), &out);
-  EXPECT_EQ(Text(out), u"");
-  // Separators are not considered here...
-  C_FILE::GetLastSuffix(C_STRING(u"C:\\v1.2\\file"), &out);
-  EXPECT_EQ(Text(out), u"2\\file");
-  // ...but they are when setting a suffix.
-  C_STRING path(u"C:\\v1.2\\file");
-  C_FILE::SetLastSuffix(C_STRING(u"txt"), &path);
-  EXPECT_EQ(Text(path), u"C:\\v1.2\\file.txt");
-  C_FILE::SetLastSuffix(C_STRING(u"doc"), &path);
-  EXPECT_EQ(Text(path), u"C:\\v1.2\\file.doc");
-  C_FILE::SetLastSuffix(C_STRING(), &path);
-  EXPECT_EQ(Text(path), u"C:\\v1.2\\file.");
+TEST(FileNames, SuffixesAndIndexes) {
+  EXPECT_EQ(Get(C_FILE::GetPrefix, C_STRING(u"dir.v\\file.txt")), u"dir.v\\file");
+  EXPECT_EQ(Get(C_FILE::GetPrefix, C_STRING(u"noext")), u"");
+  // Getting and removing the last suffix pass separators; setting stops there.
+  EXPECT_EQ(Get(C_FILE::GetLastSuffix, C_STRING(u"C:\\v1.2\\file")), u"2\\file");
+  EXPECT_EQ(Set(C_FILE::SetLastSuffix, u"txt", u"C:\\v1.2\\file"), u"C:\\v1.2\\file.txt");
+  EXPECT_EQ(Set(C_FILE::SetLastSuffix, u"", u"C:\\v1.2\\file.doc"), u"C:\\v1.2\\file.");
+  EXPECT_EQ(Remove(C_FILE::RemoveLastSuffix, u"a.tar.gz"), u"a.tar|gz");
+  EXPECT_EQ(Remove(C_FILE::RemoveLastSuffix, u"plain"), u"plain|");
+  C_STRING path(u"a.b");
+  C_FILE::RemoveLastSuffix(&path, nullptr);  // the suffix is not wanted
+  EXPECT_EQ(Text(path), u"a");
 
-  path = u"a.tar.gz";
-  C_STRING suffix(u"x");
-  C_FILE::RemoveLastSuffix(&path, &suffix);
-  EXPECT_EQ(Text(path), u"a.tar");
-  EXPECT_EQ(Text(suffix), u"gz");
-  path = u"plain";
-  C_FILE::RemoveLastSuffix(&path, &suffix);
-  EXPECT_EQ(Text(path), u"plain");
-  EXPECT_EQ(Text(suffix), u"");
-  C_FILE::RemoveLastSuffix(&path, nullptr);
-}
+  // With index management the suffix operations look past trailing indexes.
+  for (const bool managed : {false, true}) {
+    CfileManageIndex = managed;
+    EXPECT_EQ(Get(C_FILE::GetSuffix, C_STRING(u"part.dat.3")), managed ? u"dat" : u"3");
+    EXPECT_EQ(Split(C_FILE::SplitName, C_STRING(u"part.dat.3")), managed ? u"part|dat" : u"part.dat|3");
+    EXPECT_EQ(Remove(C_FILE::RemoveSuffix, u"part.dat.3"), managed ? u"part.3|dat.3" : u"part.dat|3");
+    EXPECT_EQ(Set(C_FILE::SetSuffix, u"txt", u"part.dat.3"), managed ? u"part.txt.3" : u"part.dat.txt");
+  }
+  // Only the index nearest the suffix survives; a "." at index 0 starts no index.
+  EXPECT_EQ(Set(C_FILE::SetSuffix, u"txt", u"part.dat.3.4"), u"part.txt.3");
+  EXPECT_EQ(Split(C_FILE::SplitName, C_STRING(u".3")), u"|3");
+  EXPECT_EQ(Split(C_FILE::SplitName, C_STRING(u"readme")), u"readme|");
+  CfileManageIndex = false;
 
-TEST(FileNames, SuffixesWithoutIndexManagement) {
-  ManagedIndex off(false);
-  C_STRING out;
-  C_FILE::GetSuffix(C_STRING(u"part.dat.3"), &out);
-  EXPECT_EQ(Text(out), u"3");
-  C_STRING prefix;
-  C_FILE::SplitName(C_STRING(u"part.dat.3"), &prefix, &out);
-  EXPECT_EQ(Text(prefix), u"part.dat");
-  EXPECT_EQ(Text(out), u"3");
-  C_STRING path(u"part.dat.3");
-  C_FILE::SetSuffix(C_STRING(u"txt"), &path);
-  EXPECT_EQ(Text(path), u"part.dat.txt");
-}
-
-TEST(FileNames, SuffixesLookPastIndexes) {
-  ManagedIndex on(true);
-  C_STRING out;
-  C_STRING prefix;
-  C_FILE::GetSuffix(C_STRING(u"part.dat.3"), &out);
-  EXPECT_EQ(Text(out), u"dat");
-  C_FILE::SplitName(C_STRING(u"part.dat.3"), &prefix, &out);
-  EXPECT_EQ(Text(prefix), u"part");
-  EXPECT_EQ(Text(out), u"dat");
-
-  C_STRING path(u"part.dat.3");
-  C_FILE::RemoveSuffix(&path, &out);
-  EXPECT_EQ(Text(path), u"part.3");
-  EXPECT_EQ(Text(out), u"dat.3");
-
-  path = u"part.dat.3";
-  C_FILE::SetSuffix(C_STRING(u"txt"), &path);
-  EXPECT_EQ(Text(path), u"part.txt.3");
-  // Only the index nearest the suffix survives.
-  path = u"part.dat.3.4";
-  C_FILE::SetSuffix(C_STRING(u"txt"), &path);
-  EXPECT_EQ(Text(path), u"part.txt.3");
-
-  // A "." at index 0 does not start an index.
-  C_FILE::GetSuffix(C_STRING(u".3"), &out);
-  EXPECT_EQ(Text(out), u"3");
-  C_FILE::SplitName(C_STRING(u".3"), &prefix, &out);
-  EXPECT_EQ(Text(prefix), u"");
-  EXPECT_EQ(Text(out), u"3");
-  C_FILE::SplitName(C_STRING(u"readme"), &prefix, &out);
-  EXPECT_EQ(Text(prefix), u"readme");
-  EXPECT_EQ(Text(out), u"");
-}
-
-TEST(FileNames, Indexes) {
-  C_STRING out(u"x");
-  C_FILE::GetIndex(C_STRING(u"part.dat.3"), &out);
-  EXPECT_EQ(Text(out), u"3");
-  C_FILE::GetIndex(C_STRING(u"part.dat"), &out);
-  EXPECT_EQ(Text(out), u"");
-  C_FILE::GetIndex(C_STRING(u"part.-3"), &out);
-  EXPECT_EQ(Text(out), u"");
-
-  C_STRING path(u"part.dat.3");
-  C_FILE::SetIndex(7, &path);
-  EXPECT_EQ(Text(path), u"part.dat.7");
-  path = u"part.dat";
-  C_FILE::SetIndex(7, &path);
-  EXPECT_EQ(Text(path), u"part.dat.7");
-  C_FILE::SetIndex(-2, &path);
-  EXPECT_EQ(Text(path), u"part.dat.-2");
-
-  path = u"part.dat";
-  C_STRING index(u"untouched");
-  C_FILE::RemoveIndex(&path, &index);
-  EXPECT_EQ(Text(path), u"part.dat");
-  EXPECT_EQ(Text(index), u"untouched");
-  path = u"part.dat.12";
-  C_FILE::RemoveIndex(&path, &index);
-  EXPECT_EQ(Text(path), u"part.dat");
-  EXPECT_EQ(Text(index), u"12");
+  EXPECT_EQ(Get(C_FILE::GetIndex, C_STRING(u"part.dat")), u"");
+  EXPECT_EQ(Get(C_FILE::GetIndex, C_STRING(u"part.-3")), u"");
+  for (const char16_t* text : {u"part.dat.3", u"part.dat"}) {
+    path = text;
+    C_FILE::SetIndex(-7, &path);
+    EXPECT_EQ(Text(path), u"part.dat.-7");
+  }
+  EXPECT_EQ(Remove(C_FILE::RemoveIndex, u"part.dat"), u"part.dat|old");
+  EXPECT_EQ(Remove(C_FILE::RemoveIndex, u"part.dat.12"), u"part.dat|12");
   EXPECT_FALSE(C_ERROR::Is());
 }
 

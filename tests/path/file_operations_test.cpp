@@ -16,303 +16,213 @@ namespace {
 
 std::u16string Text(const C_STRING& s) { return std::u16string(s.GetWCHAR(), static_cast<std::size_t>(s.GetNumber())); }
 
-// A POSIX path in the library's form.
-C_STRING Lib(const std::string& native) {
-  C_STRING path(native.c_str());
-  for (int i = 0; i < path.GetNumber(); ++i) {
-    if (path.Get(i) == u'/') path.Replace(i, C_CHAR(u'\\'));
-  }
-  return path;
-}
+void Write(const std::string& path, const std::string& content) { std::ofstream(path, std::ios::binary) << content; }
 
-void WriteFile(const std::string& path, const std::string& content) {
-  std::ofstream(path, std::ios::binary) << content;
-}
-
-std::string ReadFile(const std::string& path) {
+std::string Read(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+  return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
-bool Present(const std::string& path) {
-  struct stat status;
-  return lstat(path.c_str(), &status) == 0;
-}
-
-// The pending error is `error`, with `extra` as its text; clears it.
-void ExpectPending(const C_ERROR& error, const C_STRING& extra) {
-  EXPECT_TRUE(error.IsPending()) << "pending: "
-                                 << (C_ERROR::GetPending() ? C_ERROR::GetPending()->GetKey().GetANSI() : "none");
+// Runs `call`, which is to leave `error` pending with `extra` as its text
+// (cleared here), or to succeed.
+template <class Call>
+void Fails(Call call, const C_ERROR& error, const C_STRING& extra) {
+  call();
+  EXPECT_TRUE(error.IsPending()) << (C_ERROR::GetPending() ? C_ERROR::GetPending()->GetKey().GetANSI() : "none");
   EXPECT_EQ(Text(C_ERROR::GetPendingExtra()), Text(extra));
   C_ERROR::ClearPending();
 }
+template <class Call>
+void Succeeds(Call call) {
+  call();
+  EXPECT_FALSE(C_ERROR::Is()) << C_ERROR::GetPending()->GetKey().GetANSI();
+}
 
+// The fractions of the copy progress calls, and the call that answers false
+// (0: none). Every call carries the data 42; only the first starts a stream.
+std::vector<double> g_fractions;
+int g_stopAt = 0;
+
+C_BOOL Record(double fraction, C_BOOL start, int data) {
+  EXPECT_EQ(static_cast<int>(start), g_fractions.empty() ? 1 : 0);
+  EXPECT_EQ(data, 42);
+  g_fractions.push_back(fraction);
+  return static_cast<int>(g_fractions.size()) != g_stopAt;
+}
+
+// Files in a fresh directory, which is also the root $T.
 class FileOperations : public testing::Test {
  protected:
-  void SetUp() override { qorc::DestroyRootTables(); }
+  void SetUp() override {
+    qorc::DestroyRootTables();
+    C_FILE::AddRoot(C_STRING(u"T"), Lib(""));
+  }
   void TearDown() override {
     qorc::DestroyRootTables();
     C_FILE::ProgressCallback = nullptr;
   }
+  std::string F(const std::string& name) const { return dir_.File(name); }
+  // The file's path in the library's form.
+  C_STRING Lib(const std::string& name) const {
+    std::string path = name.empty() ? dir_.path().string() : F(name);
+    for (char& c : path) c = c == '/' ? '\\' : c;
+    return C_STRING(path.c_str());
+  }
+  void ArmProgress(int stopAt) {
+    g_fractions.clear();
+    g_stopAt = stopAt;
+    C_FILE::SetCopyProgress(Record, 42);
+  }
   TempDir dir_;
 };
 
-TEST_F(FileOperations, ExistenceOfFilesAndDirectories) {
-  WriteFile(dir_.File("a.txt"), "x");
-  EXPECT_TRUE(C_FILE::Exists(Lib(dir_.File("a.txt"))));
-  EXPECT_TRUE(C_FILE::Exists(Lib(dir_.path().string())));
-  EXPECT_FALSE(C_FILE::Exists(Lib(dir_.File("missing.txt"))));
-  EXPECT_FALSE(C_ERROR::Is());
+TEST_F(FileOperations, ExistenceAndReadOnly) {
+  Write(F("ro.txt"), "keep");
+  EXPECT_TRUE(C_FILE::Exists(C_STRING(u"$T\\ro.txt")));
+  EXPECT_TRUE(C_FILE::Exists(Lib("")));
+  EXPECT_FALSE(C_FILE::Exists(Lib("missing.txt")));
+  const C_STRING missing(u"$T\\missing.txt");  // errors name the path as passed
+  Fails([&] { C_FILE::CheckExists(missing); }, CerrFileNotFound, missing);
+  Fails([&] { C_FILE::IsReadOnly(missing); }, CerrFileNotFound, missing);
+  Fails([&] { C_FILE::SetReadOnly(missing, true); }, CerrFileNotFound, missing);
 
-  C_FILE::AddRoot(C_STRING(u"T"), Lib(dir_.path().string()));
-  C_FILE::CheckExists(C_STRING(u"$T\\a.txt"));
-  EXPECT_FALSE(C_ERROR::Is());
-  C_FILE::CheckExists(C_STRING(u"$T\\missing.txt"));
-  ExpectPending(CerrFileNotFound, C_STRING(u"$T\\missing.txt"));
-}
-
-TEST_F(FileOperations, ReadOnlyAttributeHoldsForEveryUser) {
-  const std::string file = dir_.File("ro.txt");
-  WriteFile(file, "keep");
-  const C_STRING path = Lib(file);
+  const C_STRING path = Lib("ro.txt");
   EXPECT_FALSE(C_FILE::IsReadOnly(path));
-  C_FILE::SetReadOnly(path, true);
-  EXPECT_FALSE(C_ERROR::Is());
+  Succeeds([&] { C_FILE::SetReadOnly(path, true); });
   EXPECT_TRUE(C_FILE::IsReadOnly(path));
-  EXPECT_EQ(ReadFile(file), "keep");
-
   // A read-only file is not removed, not even by root.
-  C_FILE::Remove(path);
-  ExpectPending(CerrFileReadOnly, path);
-  EXPECT_TRUE(Present(file));
-
-  C_FILE::SetReadOnly(path, false);
+  Fails([&] { C_FILE::Remove(path); }, CerrFileReadOnly, path);
+  EXPECT_EQ(Read(F("ro.txt")), "keep");
+  Succeeds([&] { C_FILE::SetReadOnly(path, false); });
   EXPECT_FALSE(C_FILE::IsReadOnly(path));
-  C_FILE::Remove(path);
-  EXPECT_FALSE(C_ERROR::Is());
-  EXPECT_FALSE(Present(file));
-
-  const C_STRING missing = Lib(dir_.File("missing.txt"));
-  EXPECT_FALSE(C_FILE::IsReadOnly(missing));
-  ExpectPending(CerrFileNotFound, missing);
-  C_FILE::SetReadOnly(missing, true);
-  ExpectPending(CerrFileNotFound, missing);
 }
 
-TEST_F(FileOperations, RemoveReportsWhatWentWrong) {
-  C_FILE::AddRoot(C_STRING(u"T"), Lib(dir_.path().string()));
-  WriteFile(dir_.File("gone.txt"), "x");
-  C_FILE::Remove(C_STRING(u"$T/gone.txt"));
-  EXPECT_FALSE(C_ERROR::Is());
-  EXPECT_FALSE(Present(dir_.File("gone.txt")));
-
-  // The path as passed, unexpanded.
-  C_FILE::Remove(C_STRING(u"$T/gone.txt"));
-  ExpectPending(CerrFileNotFound, C_STRING(u"$T/gone.txt"));
-
+TEST_F(FileOperations, RemoveAndRenameReportWhatWentWrong) {
+  Write(F("gone.txt"), "x");
+  const C_STRING gone(u"$T/gone.txt");
+  Succeeds([&] { C_FILE::Remove(gone); });
+  EXPECT_FALSE(std::filesystem::exists(F("gone.txt")));
+  Fails([&] { C_FILE::Remove(gone); }, CerrFileNotFound, gone);
   // Directories are not removed.
-  std::filesystem::create_directory(dir_.File("sub"));
-  C_FILE::Remove(C_STRING(u"$T\\sub"));
-  ExpectPending(CerrFileReadOnly, C_STRING(u"$T\\sub"));
-  EXPECT_TRUE(Present(dir_.File("sub")));
-}
+  std::filesystem::create_directory(F("sub"));
+  Fails([&] { C_FILE::Remove(C_STRING(u"$T\\sub")); }, CerrFileReadOnly, C_STRING(u"$T\\sub"));
+  EXPECT_TRUE(std::filesystem::exists(F("sub")));
 
-TEST_F(FileOperations, RenameNeverReplacesItsTarget) {
-  const std::string a = dir_.File("a.txt");
-  const std::string b = dir_.File("b.txt");
-  WriteFile(a, "first");
-  C_FILE::Rename(Lib(a), Lib(b));
-  EXPECT_FALSE(C_ERROR::Is());
-  EXPECT_FALSE(Present(a));
-  EXPECT_EQ(ReadFile(b), "first");
-
-  WriteFile(a, "second");
-  C_FILE::Rename(Lib(a), Lib(b));
-  ExpectPending(CerrFileCannotWrite, Lib(a));
-  EXPECT_EQ(ReadFile(a), "second");
-  EXPECT_EQ(ReadFile(b), "first");
-
-  const C_STRING missing = Lib(dir_.File("missing.txt"));
-  C_FILE::Rename(missing, Lib(dir_.File("c.txt")));
-  ExpectPending(CerrFileNotFound, missing);
-
-  // A read-only file can still be renamed, into another directory too.
-  std::filesystem::create_directory(dir_.File("sub"));
-  C_FILE::SetReadOnly(Lib(b), true);
-  C_FILE::Rename(Lib(b), Lib(dir_.File("sub/b.txt")));
-  EXPECT_FALSE(C_ERROR::Is());
-  EXPECT_EQ(ReadFile(dir_.File("sub/b.txt")), "first");
-
+  Write(F("a.txt"), "first");
+  Succeeds([&] { C_FILE::Rename(Lib("a.txt"), Lib("b.txt")); });
+  EXPECT_EQ(Read(F("b.txt")), "first");
+  // An existing target is never replaced.
+  Write(F("a.txt"), "second");
+  Fails([&] { C_FILE::Rename(Lib("a.txt"), Lib("b.txt")); }, CerrFileCannotWrite, Lib("a.txt"));
+  EXPECT_EQ(Read(F("a.txt")), "second");
+  EXPECT_EQ(Read(F("b.txt")), "first");
+  Fails([&] { C_FILE::Rename(Lib("missing.txt"), Lib("c.txt")); }, CerrFileNotFound, Lib("missing.txt"));
+  // A read-only file can still be moved into another directory.
+  C_FILE::SetReadOnly(Lib("b.txt"), true);
+  Succeeds([&] { C_FILE::Rename(Lib("b.txt"), Lib("sub/b.txt")); });
+  EXPECT_EQ(Read(F("sub/b.txt")), "first");
   // Other failures: a directory moved into itself.
-  C_FILE::Rename(Lib(dir_.File("sub")), Lib(dir_.File("sub/inner")));
-  ExpectPending(CerrFileCannotRead, Lib(dir_.File("sub")));
+  Fails([&] { C_FILE::Rename(Lib("sub"), Lib("sub/inner")); }, CerrFileCannotRead, Lib("sub"));
 }
 
 TEST_F(FileOperations, CopyKeepsContentPermissionsAndTime) {
-  const std::string source = dir_.File("src.bin");
-  std::string content(200000, '\0');
-  for (std::size_t i = 0; i < content.size(); ++i) content[i] = static_cast<char>(i * 7);
-  WriteFile(source, content);
+  const std::string content = std::string(100000, 'a') + std::string(100000, 'b');
+  Write(F("src.bin"), content);
   const struct timespec times[2] = {{1179150330, 0}, {1179150330, 0}};
-  ASSERT_EQ(utimensat(AT_FDCWD, source.c_str(), times, 0), 0);
-  chmod(source.c_str(), 0640);
-
-  C_FILE::Copy(Lib(source), Lib(dir_.File("copy.bin")), false);
-  EXPECT_FALSE(C_ERROR::Is());
-  EXPECT_EQ(ReadFile(dir_.File("copy.bin")), content);
+  ASSERT_EQ(utimensat(AT_FDCWD, F("src.bin").c_str(), times, 0), 0);
+  chmod(F("src.bin").c_str(), 0640);
+  const C_STRING source = Lib("src.bin");
+  Succeeds([&] { C_FILE::Copy(source, Lib("copy.bin"), false); });
+  EXPECT_EQ(Read(F("copy.bin")), content);
   struct stat status;
-  ASSERT_EQ(stat(dir_.File("copy.bin").c_str(), &status), 0);
+  ASSERT_EQ(stat(F("copy.bin").c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 07777, 0640u);
   EXPECT_EQ(status.st_mtim.tv_sec, 1179150330);
 
-  // Onto an existing file: refused unless overwriting is asked for.
-  WriteFile(dir_.File("old.bin"), "old");
-  C_FILE::Copy(Lib(source), Lib(dir_.File("old.bin")), false);
-  ExpectPending(CerrFileNotFound, Lib(source));
-  EXPECT_EQ(ReadFile(dir_.File("old.bin")), "old");
-  C_FILE::Copy(Lib(source), Lib(dir_.File("old.bin")), true);
-  EXPECT_FALSE(C_ERROR::Is());
-  EXPECT_EQ(ReadFile(dir_.File("old.bin")), content);
-
-  // A read-only target is never overwritten.
-  WriteFile(dir_.File("ro.bin"), "ro");
-  C_FILE::SetReadOnly(Lib(dir_.File("ro.bin")), true);
-  C_FILE::Copy(Lib(source), Lib(dir_.File("ro.bin")), true);
-  ExpectPending(CerrFileNotFound, Lib(source));
-  EXPECT_EQ(ReadFile(dir_.File("ro.bin")), "ro");
-
+  // An existing target is replaced only when asked, and never a read-only one.
+  Write(F("old.bin"), "old");
+  Fails([&] { C_FILE::Copy(source, Lib("old.bin"), false); }, CerrFileNotFound, source);
+  EXPECT_EQ(Read(F("old.bin")), "old");
+  Succeeds([&] { C_FILE::Copy(source, Lib("old.bin"), true); });
+  EXPECT_EQ(Read(F("old.bin")), content);
+  Write(F("ro.bin"), "ro");
+  C_FILE::SetReadOnly(Lib("ro.bin"), true);
+  Fails([&] { C_FILE::Copy(source, Lib("ro.bin"), true); }, CerrFileNotFound, source);
+  EXPECT_EQ(Read(F("ro.bin")), "ro");
   // A missing source: the expanded source is named.
-  C_FILE::AddRoot(C_STRING(u"T"), Lib(dir_.path().string()));
-  C_FILE::Copy(C_STRING(u"$T\\none.bin"), C_STRING(u"$T\\x.bin"), true);
-  ExpectPending(CerrFileNotFound, Lib(dir_.File("none.bin")));
-  EXPECT_FALSE(Present(dir_.File("x.bin")));
+  Fails([] { C_FILE::Copy(C_STRING(u"$T\\none.bin"), C_STRING(u"$T\\x.bin"), true); }, CerrFileNotFound,
+        Lib("none.bin"));
+  EXPECT_FALSE(std::filesystem::exists(F("x.bin")));
+
+  // The narrow form copies too, without progress.
+  const C_BOOL saved = CcharUnicode;
+  CcharUnicode = false;
+  ArmProgress(0);
+  EXPECT_EQ(C_FILE::ProgressCallback, nullptr);
+  Succeeds([&] { C_FILE::Copy(source, Lib("narrow.bin"), false); });
+  Fails([&] { C_FILE::Copy(source, Lib("narrow.bin"), false); }, CerrFileNotFound, source);
+  CcharUnicode = saved;
+  EXPECT_EQ(Read(F("narrow.bin")), content);
+  EXPECT_TRUE(g_fractions.empty());
 }
 
 TEST_F(FileOperations, CopyOntoItselfDoesNothing) {
-  const std::string file = dir_.File("self.txt");
-  WriteFile(file, "content");
-  C_FILE::Copy(Lib(file), Lib(file), true);
-  EXPECT_FALSE(C_ERROR::Is());
+  Write(F("self.txt"), "content");
+  Succeeds([&] { C_FILE::Copy(Lib("self.txt"), Lib("self.txt"), true); });
   // Written two ways: the same file by its text.
-  std::filesystem::create_directory(dir_.File("sub"));
-  C_FILE::Copy(Lib(dir_.File("sub/../self.txt")), C_STRING(dir_.File("./self.txt").c_str()), true);
-  EXPECT_FALSE(C_ERROR::Is());
-  EXPECT_EQ(ReadFile(file), "content");
-
+  std::filesystem::create_directory(F("sub"));
+  Succeeds([&] { C_FILE::Copy(Lib("sub/../self.txt"), C_STRING(F("./self.txt").c_str()), true); });
+  EXPECT_EQ(Read(F("self.txt")), "content");
   // Through a link the texts differ; the copy is refused and the file kept.
-  ASSERT_EQ(symlink(file.c_str(), dir_.File("link.txt").c_str()), 0);
-  C_FILE::Copy(Lib(file), Lib(dir_.File("link.txt")), true);
-  ExpectPending(CerrFileNotFound, Lib(file));
-  EXPECT_EQ(ReadFile(file), "content");
-}
-
-struct ProgressLog {
-  std::vector<double> fractions;
-  std::vector<int> starts;
-  std::vector<int> data;
-  int stopAtCall = 0;  // 0: never stop
-};
-ProgressLog g_log;
-
-C_BOOL RecordProgress(double fraction, C_BOOL streamStart, int data) {
-  g_log.fractions.push_back(fraction);
-  g_log.starts.push_back(streamStart);
-  g_log.data.push_back(data);
-  return g_log.stopAtCall == 0 || static_cast<int>(g_log.fractions.size()) < g_log.stopAtCall;
+  ASSERT_EQ(symlink(F("self.txt").c_str(), F("link.txt").c_str()), 0);
+  Fails([&] { C_FILE::Copy(Lib("self.txt"), Lib("link.txt"), true); }, CerrFileNotFound, Lib("self.txt"));
+  EXPECT_EQ(Read(F("self.txt")), "content");
 }
 
 TEST_F(FileOperations, CopyProgressIsOneShot) {
-  const std::string source = dir_.File("big.bin");
-  WriteFile(source, std::string(300000, 'q'));
-  g_log = ProgressLog{};
-  C_FILE::SetCopyProgress(RecordProgress, 42);
-  C_FILE::Copy(Lib(source), Lib(dir_.File("a.bin")), false);
-  EXPECT_FALSE(C_ERROR::Is());
+  Write(F("big.bin"), std::string(300000, 'q'));
+  ArmProgress(0);
+  Succeeds([&] { C_FILE::Copy(Lib("big.bin"), Lib("a.bin"), false); });
   EXPECT_EQ(C_FILE::ProgressCallback, nullptr);
-  ASSERT_GE(g_log.fractions.size(), 3u);
-  EXPECT_EQ(g_log.fractions.front(), 0.0);
-  EXPECT_EQ(g_log.starts.front(), 1);
-  EXPECT_EQ(g_log.fractions.back(), 1.0);
-  for (std::size_t i = 1; i < g_log.fractions.size(); ++i) {
-    EXPECT_EQ(g_log.starts[i], 0);
-    EXPECT_GT(g_log.fractions[i], g_log.fractions[i - 1]);
-  }
-  for (int data : g_log.data) EXPECT_EQ(data, 42);
-
+  ASSERT_GE(g_fractions.size(), 3u);
+  EXPECT_EQ(g_fractions.front(), 0.0);
+  EXPECT_EQ(g_fractions.back(), 1.0);
   // The next copy runs without the callback.
-  const std::size_t calls = g_log.fractions.size();
-  C_FILE::Copy(Lib(source), Lib(dir_.File("b.bin")), false);
-  EXPECT_FALSE(C_ERROR::Is());
-  EXPECT_EQ(g_log.fractions.size(), calls);
-
+  const std::size_t calls = g_fractions.size();
+  Succeeds([&] { C_FILE::Copy(Lib("big.bin"), Lib("b.bin"), false); });
+  EXPECT_EQ(g_fractions.size(), calls);
   // An empty file is complete from the start.
-  WriteFile(dir_.File("empty.bin"), "");
-  g_log = ProgressLog{};
-  C_FILE::SetCopyProgress(RecordProgress, 0);
-  C_FILE::Copy(Lib(dir_.File("empty.bin")), Lib(dir_.File("empty2.bin")), false);
-  EXPECT_FALSE(C_ERROR::Is());
-  EXPECT_EQ(g_log.fractions, std::vector<double>{1.0});
-}
+  Write(F("empty.bin"), "");
+  ArmProgress(0);
+  Succeeds([&] { C_FILE::Copy(Lib("empty.bin"), Lib("empty2.bin"), false); });
+  EXPECT_EQ(g_fractions, std::vector<double>{1.0});
 
-TEST_F(FileOperations, CancelledCopyLeavesNoTarget) {
-  const std::string source = dir_.File("big.bin");
-  WriteFile(source, std::string(300000, 'c'));
-  g_log = ProgressLog{};
-  g_log.stopAtCall = 2;
-  C_FILE::SetCopyProgress(RecordProgress, 0);
-  C_FILE::Copy(Lib(source), Lib(dir_.File("partial.bin")), false);
-  // Stopped by the callback: reported as a failed copy.
-  ExpectPending(CerrFileNotFound, Lib(source));
-  EXPECT_EQ(g_log.fractions.size(), 2u);
-  EXPECT_FALSE(Present(dir_.File("partial.bin")));
-  EXPECT_EQ(C_FILE::ProgressCallback, nullptr);
-
-  // Also when it was to replace an existing file.
-  WriteFile(dir_.File("existing.bin"), "old");
-  g_log = ProgressLog{};
-  g_log.stopAtCall = 1;
-  C_FILE::SetCopyProgress(RecordProgress, 0);
-  C_FILE::Copy(Lib(source), Lib(dir_.File("existing.bin")), true);
-  ExpectPending(CerrFileNotFound, Lib(source));
-  EXPECT_FALSE(Present(dir_.File("existing.bin")));
-}
-
-TEST_F(FileOperations, NarrowFormCopiesWithoutProgress) {
-  const C_BOOL saved = CcharUnicode;
-  CcharUnicode = false;
-  WriteFile(dir_.File("n.txt"), "narrow");
-  g_log = ProgressLog{};
-  C_FILE::SetCopyProgress(RecordProgress, 0);
-  EXPECT_EQ(C_FILE::ProgressCallback, nullptr);
-  C_FILE::Copy(Lib(dir_.File("n.txt")), Lib(dir_.File("m.txt")), false);
-  C_FILE::Copy(Lib(dir_.File("n.txt")), Lib(dir_.File("m.txt")), false);
-  CcharUnicode = saved;
-  ExpectPending(CerrFileNotFound, Lib(dir_.File("n.txt")));
-  EXPECT_EQ(ReadFile(dir_.File("m.txt")), "narrow");
-  EXPECT_TRUE(g_log.fractions.empty());
+  // Stopped by the callback: reported as a failed copy, with no partial
+  // target left, also when it was to replace an existing file.
+  Write(F("existing.bin"), "old");
+  for (const auto& [stopAt, target] : {std::pair{2, "partial.bin"}, std::pair{1, "existing.bin"}}) {
+    ArmProgress(stopAt);
+    Fails([&] { C_FILE::Copy(Lib("big.bin"), Lib(target), true); }, CerrFileNotFound, Lib("big.bin"));
+    EXPECT_EQ(g_fractions.size(), static_cast<std::size_t>(stopAt));
+    EXPECT_FALSE(std::filesystem::exists(F(target)));
+    EXPECT_EQ(C_FILE::ProgressCallback, nullptr);
+  }
 }
 
 TEST_F(FileOperations, ModificationDateInUtc) {
-  const std::string file = dir_.File("dated.txt");
-  WriteFile(file, "x");
-  // 2007-05-14 13:45:30 UTC.
+  Write(F("dated.txt"), "x");
+  // 2007-05-14 13:45:30 UTC, hundredths dropped.
   struct timespec times[2] = {{1179150330, 500000000}, {1179150330, 990000000}};
-  ASSERT_EQ(utimensat(AT_FDCWD, file.c_str(), times, 0), 0);
+  ASSERT_EQ(utimensat(AT_FDCWD, F("dated.txt").c_str(), times, 0), 0);
   C_DATE date;
-  C_FILE::GetDateModif(Lib(file), &date);
-  EXPECT_FALSE(C_ERROR::Is());
-  EXPECT_EQ(date, C_DATE(2007, 5, 14, 13, 45, 30, 0));
-
-  const C_STRING missing = Lib(dir_.File("missing.txt"));
-  C_FILE::GetDateModif(missing, &date);
-  ExpectPending(CerrFileNotFound, missing);
-
+  Succeeds([&] { C_FILE::GetDateModif(Lib("dated.txt"), &date); });
+  EXPECT_TRUE(date == C_DATE(2007, 5, 14, 13, 45, 30, 0));
+  Fails([&] { C_FILE::GetDateModif(Lib("missing.txt"), &date); }, CerrFileNotFound, Lib("missing.txt"));
   // Before 1970 the runtime's conversion refuses: the date is left alone.
   times[1].tv_sec = -86400;
-  ASSERT_EQ(utimensat(AT_FDCWD, file.c_str(), times, 0), 0);
-  C_FILE::GetDateModif(Lib(file), &date);
-  ExpectPending(CerrInvalidValue, C_STRING());
-  EXPECT_EQ(date, C_DATE(2007, 5, 14, 13, 45, 30, 0));
+  ASSERT_EQ(utimensat(AT_FDCWD, F("dated.txt").c_str(), times, 0), 0);
+  Fails([&] { C_FILE::GetDateModif(Lib("dated.txt"), &date); }, CerrInvalidValue, C_STRING());
+  EXPECT_TRUE(date == C_DATE(2007, 5, 14, 13, 45, 30, 0));
 }
 
 }  // namespace

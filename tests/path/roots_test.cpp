@@ -4,15 +4,30 @@
 #include <qorc/qorc.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <string>
 
 #include "platform/posix/mountinfo.h"
-#include "support/temp_dir.h"
 
 namespace {
 
 std::u16string Text(const C_STRING& s) { return std::u16string(s.GetWCHAR(), static_cast<std::size_t>(s.GetNumber())); }
+
+void Add(const char16_t* name, const char16_t* dir) { C_FILE::AddRoot(C_STRING(name), C_STRING(dir)); }
+
+// `op` applied in place to `text`.
+std::u16string Apply(void (*op)(C_STRING*), const char16_t* text) {
+  C_STRING path(text);
+  op(&path);
+  return Text(path);
+}
+
+// The root removed, "|", and what is left of the path.
+std::u16string Remove(const char16_t* text) {
+  C_STRING path(text);
+  C_STRING root(u"old");
+  C_FILE::RemoveRoot(&path, &root);
+  return Text(root) + u"|" + Text(path);
+}
 
 struct RootTableView : C_FILE {
   static int Capacity() { return RootsNba; }
@@ -23,29 +38,7 @@ class Roots : public testing::Test {
  protected:
   void SetUp() override { qorc::DestroyRootTables(); }
   void TearDown() override { qorc::DestroyRootTables(); }
-
-  static void Add(const char16_t* name, const char16_t* dir) { C_FILE::AddRoot(C_STRING(name), C_STRING(dir)); }
-  static std::u16string Expand(const char16_t* text, bool ignoreCase = false) {
-    C_STRING path(text);
-    if (ignoreCase) {
-      C_FILE::ExpandPathNoCase(&path);
-    } else {
-      C_FILE::ExpandPath(&path);
-    }
-    return Text(path);
-  }
 };
-
-TEST_F(Roots, EmptyTableOnlyCleansSeparators) {
-  EXPECT_EQ(Expand(u"$QORHOME/bin/x"), u"$QORHOME\\bin\\x");
-  C_STRING path(u"D:/Inst/x");
-  C_FILE::ReplaceRoot(&path);
-  EXPECT_EQ(Text(path), u"D:\\Inst\\x");
-  C_STRING root(u"old");
-  C_FILE::RemoveRoot(&path, &root);
-  EXPECT_EQ(Text(path), u"D:\\Inst\\x");
-  EXPECT_EQ(Text(root), u"");
-}
 
 TEST_F(Roots, TableGrowsAndKeepsOrder) {
   for (int i = 0; i < 50; ++i) C_FILE::AddRoot(C_STRING(i), C_STRING(i * 10));
@@ -57,49 +50,49 @@ TEST_F(Roots, TableGrowsAndKeepsOrder) {
   const C_STRING* dirs = nullptr;
   C_FILE::GetRoots(&count, &names, &dirs);
   ASSERT_EQ(count, 51);
-  for (int i = 0; i < 50; ++i) {
-    EXPECT_EQ(Text(names[i]), Text(C_STRING(i)));
-    EXPECT_EQ(Text(dirs[i]), Text(C_STRING(i * 10)));
+  for (int i = 0; i < 51; ++i) {
+    EXPECT_EQ(Text(names[i]), i < 50 ? Text(C_STRING(i)) : u"R50");
+    EXPECT_EQ(Text(dirs[i]), i < 50 ? Text(C_STRING(i * 10)) : u"D50");
   }
-  EXPECT_EQ(Text(names[50]), u"R50");
   C_FILE::GetRoots(&count, &names, nullptr);
   EXPECT_EQ(count, 51);
 }
 
 TEST_F(Roots, ExpansionRules) {
-  Add(u"QORHOME", u"D:\\Inst");
-  Add(u"QORHOME", u"E:\\Shadowed");
-  Add(u"QORHOME.old", u"D:\\Old");
-  Add(u"DATA", u"/srv/data");
-  // The first root of a name wins; a name ends only at a separator.
-  EXPECT_EQ(Expand(u"$QORHOME/bin/a.dll"), u"D:\\Inst\\bin\\a.dll");
-  EXPECT_EQ(Expand(u"$QORHOME"), u"D:\\Inst");
-  EXPECT_EQ(Expand(u"$QORHOME.old\\x"), u"D:\\Old\\x");
-  // Anywhere in the text, several times; directories are used as stored.
-  EXPECT_EQ(Expand(u"copy of $QORHOME\\a and $DATA\\b"), u"copy of D:\\Inst\\a and /srv/data\\b");
-  // An unknown name ends the whole expansion.
-  EXPECT_EQ(Expand(u"$UNKNOWN\\$QORHOME\\x"), u"$UNKNOWN\\$QORHOME\\x");
-  // Names are compared with case, unless asked otherwise.
-  EXPECT_EQ(Expand(u"$qorhome\\x"), u"$qorhome\\x");
-  EXPECT_EQ(Expand(u"$qorhome\\x", true), u"D:\\Inst\\x");
+  // An empty table only cleans the separators.
+  EXPECT_EQ(Apply(C_FILE::ExpandPath, u"$QORHOME/bin/x"), u"$QORHOME\\bin\\x");
+  EXPECT_EQ(Apply(C_FILE::ReplaceRoot, u"D:/Inst/x"), u"D:\\Inst\\x");
+  EXPECT_EQ(Remove(u"D:/Inst/x"), u"|D:\\Inst\\x");
+
+  const std::pair<const char16_t*, const char16_t*> roots[] = {{u"QORHOME", u"D:\\Inst"},
+                                                               {u"QORHOME", u"E:\\Shadowed"},
+                                                               {u"QORHOME.old", u"D:\\Old"},
+                                                               {u"DATA", u"/srv/data"},
+                                                               {u"A", u"$B"},
+                                                               {u"B", u"E:"},
+                                                               {u"LONGNAME", u"D:\\$B"},
+                                                               {u"L", u"D:\\$B"}};
+  for (const auto& [name, dir] : roots) Add(name, dir);
+  // The first root of a name wins; a name ends only at a separator; names
+  // are found anywhere in the text and directories used as stored; an
+  // unknown name ends the whole expansion; a "$" brought in by a directory
+  // is expanded only beyond the old name; names are compared with case.
+  const std::pair<const char16_t*, const char16_t*> cases[] = {
+      {u"$QORHOME/bin/a.dll", u"D:\\Inst\\bin\\a.dll"},
+      {u"$QORHOME", u"D:\\Inst"},
+      {u"$QORHOME.old\\x", u"D:\\Old\\x"},
+      {u"copy of $QORHOME\\a and $DATA\\b", u"copy of D:\\Inst\\a and /srv/data\\b"},
+      {u"$UNKNOWN\\$QORHOME\\x", u"$UNKNOWN\\$QORHOME\\x"},
+      {u"$A\\x", u"$B\\x"},
+      {u"$LONGNAME\\x", u"D:\\$B\\x"},
+      {u"$L\\x", u"D:\\E:\\x"},
+      {u"$qorhome\\x", u"$qorhome\\x"}};
+  for (const auto& [path, expected] : cases) EXPECT_EQ(Apply(C_FILE::ExpandPath, path), expected);
+  EXPECT_EQ(Apply(C_FILE::ExpandPathNoCase, u"$qorhome\\x"), u"D:\\Inst\\x");
   EXPECT_FALSE(C_ERROR::Is());
-}
 
-TEST_F(Roots, DollarBroughtInByADirectory) {
-  // Not expanded again when it lands within the old name's place...
-  Add(u"A", u"$B");
-  Add(u"B", u"E:");
-  Add(u"LONGNAME", u"D:\\$B");
-  Add(u"L", u"D:\\$B");
-  EXPECT_EQ(Expand(u"$A\\x"), u"$B\\x");
-  EXPECT_EQ(Expand(u"$LONGNAME\\x"), u"D:\\$B\\x");
-  // ...but expanded when it lands beyond it.
-  EXPECT_EQ(Expand(u"$L\\x"), u"D:\\E:\\x");
-}
-
-TEST_F(Roots, SelfReferenceStopsAtTheStringLimit) {
-  const std::u16string dir = std::u16string(1000, u'x') + u"\\$LOOP";
-  Add(u"LOOP", dir.c_str());
+  // A root that names itself stops at the string's limit.
+  Add(u"LOOP", (std::u16string(1000, u'x') + u"\\$LOOP").c_str());
   C_STRING path(u"$LOOP\\end");
   C_FILE::ExpandPath(&path);
   EXPECT_TRUE(CerrValueTooHigh.IsPending());
@@ -107,113 +100,71 @@ TEST_F(Roots, SelfReferenceStopsAtTheStringLimit) {
 }
 
 TEST_F(Roots, RemoveAndReplaceTakeTheLongestDirectory) {
+  Add(u"QORHOME", u"D:\\Inst");
   Add(u"A", u"C:\\a");
   Add(u"AB", u"C:\\ab");
-  C_STRING path(u"C:\\abc\\x");
-  C_STRING root;
-  // A plain character prefix: no separator needs to follow.
-  C_FILE::RemoveRoot(&path, &root);
-  EXPECT_EQ(Text(root), u"C:\\abc");
-  EXPECT_EQ(Text(path), u"c\\x");
-  // RemoveRoot matches with case, ReplaceRoot without.
-  path = u"c:\\AB\\x";
-  C_FILE::RemoveRoot(&path, &root);
-  EXPECT_EQ(Text(path), u"c:\\AB\\x");
-  EXPECT_EQ(Text(root), u"");
-  C_FILE::ReplaceRoot(&path);
-  EXPECT_EQ(Text(path), u"$AB\\x");
-}
-
-TEST_F(Roots, RootAndSeparatorGoToBothResults) {
-  Add(u"QORHOME", u"D:\\Inst");
-  C_STRING path(u"$QORHOME/bin/x.dll");
-  C_STRING root;
-  C_FILE::RemoveRoot(&path, &root);
-  EXPECT_EQ(Text(root), u"D:\\Inst\\");
-  EXPECT_EQ(Text(path), u"\\bin\\x.dll");
-  path = u"D:\\Inst";
+  // A plain character prefix, with case; the separator goes to both results.
+  EXPECT_EQ(Remove(u"C:\\abc\\x"), u"C:\\abc|c\\x");
+  EXPECT_EQ(Remove(u"c:\\AB\\x"), u"|c:\\AB\\x");
+  EXPECT_EQ(Remove(u"$QORHOME/bin/x.dll"), u"D:\\Inst\\|\\bin\\x.dll");
+  C_STRING path(u"D:\\Inst");
   C_FILE::RemoveRoot(&path, nullptr);
   EXPECT_EQ(Text(path), u"");
 
+  // ReplaceRoot ignores case, and the stored form comes back to the same file.
+  EXPECT_EQ(Apply(C_FILE::ReplaceRoot, u"c:\\AB\\x"), u"$AB\\x");
   path = u"d:\\INST\\bin\\a.dll";
   C_FILE::ReplaceRoot(&path);
   EXPECT_EQ(Text(path), u"$QORHOME\\bin\\a.dll");
-  // The stored form comes back to the same file.
   C_FILE::ExpandPath(&path);
   EXPECT_EQ(Text(path), u"D:\\Inst\\bin\\a.dll");
   // CompressPath never substitutes a root.
   EXPECT_EQ(Text(C_FILE::CompressPath(C_STRING(u"D:/Inst/x"))), u"D:\\Inst\\x");
 }
 
-TEST_F(Roots, ShareRootPathGoesThroughTheReference) {
-  C_STRING path(u"C:\\w\\b\\f.txt");
-  C_FILE::ShareRootPath(C_STRING(u"C:\\w\\a\\ref.txt"), &path);
-  EXPECT_EQ(Text(path), u"C:\\w\\a\\..\\b\\f.txt");
-
+TEST_F(Roots, ComparingAndSharingPaths) {
   Add(u"PRJ", u"/home/u/prj");
-  path = u"/home/u/prj/src/deep/f.c";
-  C_FILE::ShareRootPath(C_STRING(u"$PRJ/doc/ref.txt"), &path);
-  EXPECT_EQ(Text(path), u"/home/u/prj\\doc\\..\\src\\deep\\f.c");
+  const auto share = [](const char16_t* reference, const char16_t* text) {
+    C_STRING path(text);
+    C_FILE::ShareRootPath(C_STRING(reference), &path);
+    return Text(path);
+  };
+  EXPECT_EQ(share(u"C:\\w\\a\\ref.txt", u"C:\\w\\b\\f.txt"), u"C:\\w\\a\\..\\b\\f.txt");
+  EXPECT_EQ(share(u"$PRJ/doc/ref.txt", u"/home/u/prj/src/deep/f.c"), u"/home/u/prj\\doc\\..\\src\\deep\\f.c");
+  EXPECT_EQ(share(u"/home/u/prj/doc/ref.txt", u"/home/u/prj/doc/sub/f.txt"), u"\\home\\u\\prj\\doc\\sub\\f.txt");
+  EXPECT_EQ(share(u"C:\\w\\a\\ref.txt", u"D:\\w\\b\\f.txt"), u"D:\\w\\b\\f.txt");  // another drive
 
-  path = u"/home/u/prj/doc/sub/f.txt";
-  C_FILE::ShareRootPath(C_STRING(u"/home/u/prj/doc/ref.txt"), &path);
-  EXPECT_EQ(Text(path), u"\\home\\u\\prj\\doc\\sub\\f.txt");
-
-  path = u"D:\\w\\b\\f.txt";
-  C_FILE::ShareRootPath(C_STRING(u"C:\\w\\a\\ref.txt"), &path);
-  EXPECT_EQ(Text(path), u"D:\\w\\b\\f.txt");
-}
-
-TEST_F(Roots, HasSamePathComparesText) {
+  // Only the texts are compared, expanded, shrunk and without case.
   const C_STRING current = C_FILE::GetCurrent();
   EXPECT_TRUE(C_FILE::HasSamePath(C_STRING(u".\\A\\..\\b.txt"), current + C_STRING(u"B.TXT")));
   EXPECT_TRUE(C_FILE::HasSamePath(C_STRING(u"./b.txt"), current + C_STRING(u"b.txt")));
-  Add(u"R", u"/data/r");
-  EXPECT_TRUE(C_FILE::HasSamePath(C_STRING(u"$R/x/./y.txt"), C_STRING(u"\\DATA\\R\\X\\Y.TXT")));
-  EXPECT_FALSE(C_FILE::HasSamePath(C_STRING(u"$R\\x\\y.txt"), C_STRING(u"/data/r/y.txt")));
+  EXPECT_TRUE(C_FILE::HasSamePath(C_STRING(u"$PRJ/x/./y.txt"), C_STRING(u"\\HOME\\U\\PRJ\\X\\Y.TXT")));
+  EXPECT_FALSE(C_FILE::HasSamePath(C_STRING(u"$PRJ\\x\\y.txt"), C_STRING(u"/home/u/prj/y.txt")));
 }
 
-TEST_F(Roots, WellKnownDirectories) {
-  const C_STRING current = C_FILE::GetCurrent();
+TEST_F(Roots, WellKnownDirectoriesAndNetworkNames) {
   char cwd[4096];
   ASSERT_NE(getcwd(cwd, sizeof cwd), nullptr);
   std::string expected(cwd);
   for (char& c : expected) c = c == '/' ? '\\' : c;
   if (expected.back() != '\\') expected += '\\';
-  EXPECT_EQ(Text(current), std::u16string(expected.begin(), expected.end()));
-
+  EXPECT_EQ(Text(C_FILE::GetCurrent()), std::u16string(expected.begin(), expected.end()));
   const std::u16string exe = Text(C_FILE::GetExePath());
   EXPECT_EQ(exe.front(), u'\\');
   EXPECT_NE(exe.find(u"test_path"), std::u16string::npos);
 
-  TempDir temp;
-  const char* saved = std::getenv("TMPDIR");
-  const std::string savedValue = saved != nullptr ? saved : "";
-  setenv("TMPDIR", temp.path().c_str(), 1);
-  std::string tempDir = temp.path().string() + "/";
-  for (char& c : tempDir) c = c == '/' ? '\\' : c;
-  EXPECT_EQ(Text(C_FILE::GetTempDir()), std::u16string(tempDir.begin(), tempDir.end()));
-  unsetenv("TMPDIR");
-  EXPECT_EQ(Text(C_FILE::GetTempDir()), u"\\tmp\\");
-  if (saved != nullptr) setenv("TMPDIR", savedValue.c_str(), 1);
-}
-
-TEST_F(Roots, NetworkNamesAreCached) {
+  // A local name answers itself, from a cache that grows.
   C_STRING network;
+  for (int i = 0; i < 25; ++i) {
+    const C_STRING local = i == 0 ? C_STRING(u"Q:") : C_STRING(u"\\nowhere\\") + C_STRING(i);
+    C_FILE::GetNetworkName(local, &network);
+    EXPECT_EQ(Text(network), Text(local));
+  }
   C_FILE::GetNetworkName(C_STRING(u"Q:"), &network);
   EXPECT_EQ(Text(network), u"Q:");
-  // Many entries: the cache grows past its first capacity.
-  for (int i = 0; i < 25; ++i) {
-    const C_STRING path = C_STRING(u"\\nowhere\\") + C_STRING(i);
-    C_FILE::GetNetworkName(path, &network);
-    EXPECT_EQ(Text(network), Text(path));
-  }
-  C_FILE::GetNetworkName(C_STRING(u"/"), &network);
-  EXPECT_EQ(Text(network), u"/");
   EXPECT_FALSE(C_ERROR::Is());
-}
 
-TEST(MountInfo, NetworkSourcesAreFoundByMountPoint) {
+  // Network sources by mount point; the last mount there hides the others.
   const std::string table =
       "27 1 254:0 / / rw,relatime - ext4 /dev/vda rw\n"
       "80 27 0:50 / /mnt/share rw,relatime shared:5 - cifs //srv/share rw,vers=3.0\n"
@@ -222,17 +173,16 @@ TEST(MountInfo, NetworkSourcesAreFoundByMountPoint) {
       "83 27 0:53 / /mnt/hidden rw - nfs srv:/old rw\n"
       "84 27 0:54 / /mnt/hidden rw - tmpfs tmpfs rw\n"
       "malformed line\n";
-  std::string source;
-  using qorc::platform::posix::FindNetworkSource;
-  ASSERT_TRUE(FindNetworkSource(table, "/mnt/share", &source));
-  EXPECT_EQ(source, "//srv/share");
-  ASSERT_TRUE(FindNetworkSource(table, "/mnt/nfs/", &source));
-  EXPECT_EQ(source, "srv:/export/home");
-  ASSERT_TRUE(FindNetworkSource(table, "/mnt/with space", &source));
-  EXPECT_EQ(source, "user@host:/data");
-  EXPECT_FALSE(FindNetworkSource(table, "/", &source));
-  EXPECT_FALSE(FindNetworkSource(table, "/mnt/hidden", &source));
-  EXPECT_FALSE(FindNetworkSource(table, "/mnt", &source));
+  const std::pair<const char*, const char*> mounts[] = {{"/mnt/share", "//srv/share"},
+                                                        {"/mnt/nfs/", "srv:/export/home"},
+                                                        {"/mnt/with space", "user@host:/data"},
+                                                        {"/", ""},
+                                                        {"/mnt/hidden", ""},
+                                                        {"/mnt", ""}};
+  for (const auto& [mount, source] : mounts) {
+    std::string found;
+    EXPECT_EQ(qorc::platform::posix::FindNetworkSource(table, mount, &found) ? found : "", source) << mount;
+  }
 }
 
 }  // namespace
