@@ -64,12 +64,10 @@ TEST_F(PendingError, MildBehavesExactlyAsPlain) {
   C_ERROR::SetTriggerHandler(CountTrigger);
   const C_STRING extra(u"x");
   ErrorA.TriggerMild(&extra);
+  ErrorB.TriggerMild();
   EXPECT_EQ(g_triggerCalls, 1);
   EXPECT_EQ(g_triggered, &ErrorA);
   EXPECT_EQ(g_triggeredExtra, &extra);
-  ErrorB.TriggerMild();
-  EXPECT_EQ(g_triggerCalls, 1);
-  EXPECT_EQ(C_ERROR::GetPending(), &ErrorA);
 }
 
 TEST_F(PendingError, DebugFormsRecordInternalErrorAndNeverReplace) {
@@ -109,9 +107,14 @@ TEST_F(PendingError, HiddenErrorStillBlocksAndIsNotReported) {
 }
 
 TEST_F(PendingError, ReportComposesExtraAndInnermostContext) {
-  C_ERROR::SetReportHandler(RecordReport);
   const C_STRING extra(u"E");
+  ErrorA.Trigger();
+  C_ERROR::ReportPending();  // without a handler the error is cleared silently
+  EXPECT_EQ(C_ERROR::GetPending(), nullptr);
 
+  C_ERROR::SetReportHandler(RecordReport);
+  ErrorA.Trigger(&extra);
+  C_ERROR::ReportPendingWindow();  // the window form uses its own handler only
   ErrorA.Trigger(&extra);
   C_ERROR::ReportPending();
   C_ERROR::ContextPush(C_STRING(u"A"));
@@ -122,28 +125,13 @@ TEST_F(PendingError, ReportComposesExtraAndInnermostContext) {
   ErrorB.Trigger(&extra);
   C_ERROR::ReportPending();
 
-  ASSERT_EQ(g_reports.size(), 3u);
-  EXPECT_EQ(g_reports[0], std::make_pair(std::string("C#Err#A failed"), std::string("E")));
-  EXPECT_EQ(g_reports[1].second, "B");
-  EXPECT_EQ(g_reports[2], std::make_pair(std::string("C#Err#B failed"), std::string("E A")));
+  using Report = std::pair<std::string, std::string>;
+  EXPECT_EQ(g_reports, (std::vector<Report>{
+                           {"C#Err#A failed", "E"}, {"C#Err#A failed", "B"}, {"C#Err#B failed", "E A"}}));
   EXPECT_FALSE(C_ERROR::Is());
 }
 
-TEST_F(PendingError, ReportWithoutHandlerClearsSilently) {
-  ErrorA.Trigger();
-  C_ERROR::ReportPending();
-  EXPECT_EQ(C_ERROR::GetPending(), nullptr);
-  // The window form uses its own handler only.
-  C_ERROR::SetReportHandler(RecordReport);
-  ErrorA.Trigger();
-  C_ERROR::ReportPendingWindow();
-  EXPECT_TRUE(g_reports.empty());
-  EXPECT_EQ(C_ERROR::GetPending(), nullptr);
-}
-
 TEST_F(PendingError, ContextStackGrowsAndDropsPushesOnlyWhenFull) {
-  const int base = C_ERROR::ContextNb;
-  ASSERT_EQ(base, 0);
   for (int i = 0; i < 11; ++i) C_ERROR::ContextPush(C_STRING(i));
   EXPECT_EQ(C_ERROR::ContextNba, 20);
   EXPECT_EQ(C_ERROR::ContextNb, 11);
@@ -153,11 +141,10 @@ TEST_F(PendingError, ContextStackGrowsAndDropsPushesOnlyWhenFull) {
   ErrorA.Trigger();
   while (C_ERROR::ContextNb < C_ERROR::ContextNba - 1) C_ERROR::ContextPush(C_STRING(u"fill"));
   C_ERROR::ContextPush(C_STRING(u"last slot"));
-  EXPECT_EQ(C_ERROR::ContextNb, C_ERROR::ContextNba);
-  const int capacity = C_ERROR::ContextNba;
   C_ERROR::ContextPush(C_STRING(u"dropped"));
-  EXPECT_EQ(C_ERROR::ContextNb, capacity);
-  EXPECT_EQ(C_ERROR::ContextNba, capacity);
+  EXPECT_EQ(C_ERROR::ContextNb, 20);
+  EXPECT_EQ(C_ERROR::ContextNba, 20);
+  EXPECT_TRUE(C_ERROR::ContextStrings[19] == u"last slot");
 
   while (C_ERROR::ContextNb > 0) C_ERROR::ContextPop();
   C_ERROR::ContextPop();

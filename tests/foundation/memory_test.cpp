@@ -55,15 +55,6 @@ TEST(HeapMemory, CallingShapeAndEdges) {
   EXPECT_TRUE(CmemHeapCheck().IsTrue());
 }
 
-TEST(HeapMemory, DuplicateWhileAnErrorIsPendingAllocatesWithoutCopying) {
-  CerrInvalidValue.Trigger();
-  const char source[] = "abc";
-  void* dup = nullptr;
-  CmemDuplic(4, source, &dup);
-  EXPECT_NE(dup, nullptr);
-  CmemFree(&dup);
-}
-
 TEST(SmallObjectAllocator, SizeClassesAndLimit) {
   EXPECT_EQ(kHeaderSize, 6 * sizeof(void*));
   EXPECT_EQ(BlockSize(0), 4u);
