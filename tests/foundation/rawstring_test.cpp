@@ -22,8 +22,7 @@ const std::string kA = "\x82\xa0", kI = "\x82\xa2", kSo = "\x83\x5c";
 
 TEST_F(CodePage, DoubleByteCharactersCountAsOne) {
   qorc::SetLibraryCodePage(932);
-  EXPECT_EQ(CastrLength((kA + kI).c_str()), 4);
-  EXPECT_EQ(CastrCharNumber((kA + kI).c_str()), 2);
+  EXPECT_TRUE(CastrLength((kA + kI).c_str()) == 4 && CastrCharNumber((kA + kI).c_str()) == 2);
   EXPECT_EQ(CastrCharNumber(""), 0);
   EXPECT_EQ(CastrCharNumber("a\x82"), 2);  // a lead byte cut by the terminator is a character of its own
 
@@ -32,12 +31,10 @@ TEST_F(CodePage, DoubleByteCharactersCountAsOne) {
   const std::string mixed = "x" + kSo + "y";
   const char* start = mixed.c_str();
   EXPECT_EQ(CastrCharNumber(start), 3);
-  EXPECT_EQ(CastrInc(start), start + 1);
-  EXPECT_EQ(CastrInc(start + 1), start + 3);
+  EXPECT_TRUE(CastrInc(start) == start + 1 && CastrInc(start + 1) == start + 3);
   EXPECT_EQ(CastrDec(start + 3, start), start + 1);
   EXPECT_EQ(CastrDec(start + 4, start), start + 3);
-  EXPECT_EQ(CastrDec(start + 1, start), start);
-  EXPECT_EQ(CastrDec(start, start), nullptr);
+  EXPECT_TRUE(CastrDec(start + 1, start) == start && CastrDec(start, start) == nullptr);
 }
 
 TEST_F(CodePage, CopyConcatenateAndConvertByCharacters) {
@@ -58,43 +55,31 @@ TEST_F(CodePage, CopyConcatenateAndConvertByCharacters) {
   EXPECT_EQ(std::string(area), "x" + kA + "yz");
 
   char16_t wide = 1;
-  EXPECT_EQ(CastrCharToWideChar(kA.c_str(), &wide), 2);
-  EXPECT_EQ(wide, u'\u3042');
-  EXPECT_EQ(CastrCharToWideChar("", &wide), 0);
-  EXPECT_EQ(wide, 0);
+  EXPECT_TRUE(CastrCharToWideChar(kA.c_str(), &wide) == 2 && wide == u'\u3042');
+  EXPECT_TRUE(CastrCharToWideChar("", &wide) == 0 && wide == 0);
   EXPECT_EQ(CastrCharToWideChar("\x82", &wide), -1);  // cut by the terminator
   EXPECT_EQ(CastrWideCharToChar(u'\u3044', area), 2);
   EXPECT_EQ(std::string(area, 2), kI);
   EXPECT_EQ(CastrWideCharToChar(u'\u00e9', area), -1);  // no form in this code page
 
   qorc::SetLibraryCodePage(1252);
-  EXPECT_EQ(CastrWideCharToChar(u'\u20ac', area), 1);
-  EXPECT_EQ(area[0], '\x80');
+  EXPECT_TRUE(CastrWideCharToChar(u'\u20ac', area) == 1 && area[0] == '\x80');
   EXPECT_EQ(CastrWideCharToChar(u'\u3042', area), -1);
-  EXPECT_EQ(CastrCharToWideChar("\x80", &wide), 1);
-  EXPECT_EQ(wide, u'\u20ac');
+  EXPECT_TRUE(CastrCharToWideChar("\x80", &wide) == 1 && wide == u'\u20ac');
   EXPECT_EQ(CastrCharNumber("d\xe9j\xe0"), 4);
 }
 
 TEST_F(CodePage, CollationOrdersByLanguageNotByCode) {
   // By code "B" (0x42) comes before "a" (0x61); collation puts a first.
-  EXPECT_LT(CastrComp("a", "B"), 0);
-  EXPECT_LT(CstrComp(u"a", u"B"), 0);
-  EXPECT_LT(CastrComp("", "a"), 0);
-  EXPECT_EQ(CastrComp("same", "same"), 0);
-  EXPECT_NE(CastrComp("ABC", "abc"), 0);
-  EXPECT_EQ(CastrCompI("ABC", "abc"), 0);
+  EXPECT_TRUE(CastrComp("a", "B") < 0 && CstrComp(u"a", u"B") < 0 && CwstrComp(u"", u"a") < 0);
+  EXPECT_TRUE(CastrComp("same", "same") == 0 && CastrComp("ABC", "abc") != 0 && CastrCompI("ABC", "abc") == 0);
   EXPECT_EQ(CwstrCompI(u"\u00c9T\u00c9", u"\u00e9t\u00e9"), 0);
   EXPECT_NE(CstrCompI(u"ete", u"\u00e9t\u00e9"), 0);  // accents still count
   // The counted forms compare so many characters.
-  EXPECT_EQ(CastrNcomp(2, "abX", "abY"), 0);
-  EXPECT_LT(CastrNcomp(3, "abX", "abY"), 0);
-  EXPECT_EQ(CastrNcomp(0, "x", "y"), 0);
-  EXPECT_EQ(CastrNcompI(3, "ABcd", "abCE"), 0);
-  EXPECT_LT(CastrNcompI(4, "ABcd", "abCE"), 0);
-  EXPECT_EQ(CstrNcomp(10, u"ab", u"ab"), 0);
-  EXPECT_GT(CwstrNcompI(3, u"ABz", u"aby"), 0);
-  EXPECT_LT(CwstrNcomp(3, u"abc", u"abd"), 0);
+  EXPECT_TRUE(CastrNcomp(2, "abX", "abY") == 0 && CastrNcomp(3, "abX", "abY") < 0 && CastrNcomp(0, "x", "y") == 0);
+  EXPECT_TRUE(CastrNcompI(3, "ABcd", "abCE") == 0 && CastrNcompI(4, "ABcd", "abCE") < 0);
+  EXPECT_TRUE(CstrNcomp(10, u"ab", u"ab") == 0 && CwstrNcomp(3, u"abc", u"abd") < 0);
+  EXPECT_TRUE(CstrNcompI(3, u"ABz", u"aby") > 0 && CwstrNcompI(2, u"ABz", u"aby") == 0);
 
   qorc::SetLibraryCodePage(932);  // one character of each is the whole kana
   EXPECT_LT(CastrNcomp(1, (kA + "x").c_str(), (kI + "a").c_str()), 0);
@@ -106,8 +91,7 @@ TEST(RawString, CopiesAndDuplicates) {
   char area[32];
   CastrCopy("abc", area);
   CastrConcat("de", area);
-  EXPECT_STREQ(area, "abcde");
-  EXPECT_EQ(CastrLength(area), 5);
+  EXPECT_TRUE(std::string(area) == "abcde" && CastrLength(area) == 5);
   std::memset(area, '#', sizeof area);
   CastrNcopy(3, "abcde", area);
   EXPECT_EQ(std::string(area, 4), "abc#");
@@ -129,8 +113,7 @@ TEST(RawString, CopiesAndDuplicates) {
 
   char* copy = nullptr;
   CastrDuplic("", &copy);
-  ASSERT_NE(copy, nullptr);
-  EXPECT_EQ(copy[0], '\0');
+  ASSERT_TRUE(copy != nullptr && copy[0] == '\0');
   CmemFree(&copy);
   CastrDuplic("text", &copy);
   EXPECT_STREQ(copy, "text");
@@ -144,17 +127,11 @@ TEST(RawString, CopiesAndDuplicates) {
 
 TEST(RawString, WideUnitsAreCharacters) {
   // One unit is one character, surrogates included.
-  EXPECT_EQ(CstrLength(u"\U0001F600x"), 3);
-  EXPECT_EQ(CstrCharNumber(u"\U0001F600x"), 3);
-  EXPECT_EQ(CwstrCharNumber(u"\u00e9t\u00e9"), 3);
-  EXPECT_EQ(CstrCharNumber(u""), 0);
+  EXPECT_TRUE(CstrLength(u"\U0001F600x") == 3 && CstrCharNumber(u"\U0001F600x") == 3 && CwstrCharNumber(u"") == 0);
   const char16_t* text = u"abc";
-  EXPECT_EQ(CstrInc(text), text + 1);
-  EXPECT_EQ(CwstrInc(text + 1), text + 2);
-  EXPECT_EQ(CstrDec(text, text), nullptr);
-  EXPECT_EQ(CstrDec(text + 1, text), text);
-  EXPECT_EQ(CwstrDec(text + 3, text), text + 2);
-  EXPECT_EQ(CwstrDec(text, text + 1), nullptr);
+  EXPECT_TRUE(CstrInc(text) == text + 1 && CwstrInc(text + 1) == text + 2);
+  EXPECT_TRUE(CstrDec(text + 1, text) == text && CwstrDec(text + 3, text) == text + 2);
+  EXPECT_TRUE(CstrDec(text, text) == nullptr && CwstrDec(text, text + 1) == nullptr);
 }
 
 TEST(RawString, SortRecords) {

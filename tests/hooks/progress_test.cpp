@@ -11,6 +11,17 @@ std::vector<std::string> g_calls;
 void Record(const std::string& call) { g_calls.push_back(call); }
 std::string Text(const C_STRING& text) { return text.GetMBCS(); }
 
+// No nesting, range checking or memory of the position: values go through as given.
+void DriveProgress() {
+  C_PROGRESS::Open(-5, C_STRING("Saving"), false);
+  C_PROGRESS::Open(7, C_STRING("Inner"), true);
+  C_PROGRESS::SetRange(0);
+  C_PROGRESS::SetPos(1000);
+  C_PROGRESS::Step();
+  C_PROGRESS::OffsetValue(-3);
+  C_PROGRESS::Close();
+}
+
 TEST(Hooks, ProgressForwardsEveryCallUnchanged) {
   C_PROGRESS::SetOpenHandler([](int range, const C_STRING& title, C_BOOL flag) {
     Record("open " + std::to_string(range) + " " + Text(title) + " " + std::to_string(int(flag)));
@@ -22,14 +33,7 @@ TEST(Hooks, ProgressForwardsEveryCallUnchanged) {
   C_PROGRESS::SetCloseHandler([] { Record("old close"); });
   C_PROGRESS::SetCloseHandler([] { Record("close"); });  // replaces the first
   C_PROGRESS::SetIsOpenHandler([]() -> C_BOOL { return true; });
-  // No nesting, range checking or memory of the position: values go through as given.
-  C_PROGRESS::Open(-5, C_STRING("Saving"), false);
-  C_PROGRESS::Open(7, C_STRING("Inner"), true);
-  C_PROGRESS::SetRange(0);
-  C_PROGRESS::SetPos(1000);
-  C_PROGRESS::Step();
-  C_PROGRESS::OffsetValue(-3);
-  C_PROGRESS::Close();
+  DriveProgress();
   EXPECT_TRUE(C_PROGRESS::IsOpen());
   const std::vector<std::string> expected = {"open -5 Saving 0", "open 7 Inner 1", "range 0", "pos 1000", "step",
                                              "offset -3",        "close"};
@@ -43,15 +47,8 @@ TEST(Hooks, ProgressForwardsEveryCallUnchanged) {
   C_PROGRESS::SetOffsetValueHandler(nullptr);
   C_PROGRESS::SetIsOpenHandler(nullptr);
   g_calls.clear();
-  C_PROGRESS::Open(100, C_STRING("Loading"), true);
-  C_PROGRESS::SetRange(10);
-  C_PROGRESS::SetPos(5);
-  C_PROGRESS::Step();
-  C_PROGRESS::OffsetValue(2);
-  C_PROGRESS::Close();
-  EXPECT_FALSE(C_PROGRESS::IsOpen());
-  EXPECT_TRUE(g_calls.empty());
-  EXPECT_FALSE(C_ERROR::Is());
+  DriveProgress();
+  EXPECT_TRUE(!C_PROGRESS::IsOpen() && g_calls.empty() && !C_ERROR::Is());
 }
 
 TEST(Hooks, SystemForwardsToTheHost) {
@@ -73,10 +70,9 @@ TEST(Hooks, SystemForwardsToTheHost) {
   CsystemEditFile(C_STRING("\\docs\\notes.txt"), false);
   EXPECT_EQ(g_calls, std::vector<std::string>{"\\docs\\notes.txt 0"});
   C_STRING result;
-  EXPECT_TRUE(CsystemFileDialogLoad(C_STRING("1"), C_STRING("2"), C_STRING("3"), C_STRING("4"), &result));
-  EXPECT_EQ(Text(result), "1234");
-  EXPECT_FALSE(CsystemFileDialogSave(C_STRING("1"), C_STRING("2"), C_STRING("3"), C_STRING("4"), &result));
-  EXPECT_EQ(Text(result), "cancelled");
+  const C_STRING a("1"), b("2"), c("3"), d("4");
+  EXPECT_TRUE(CsystemFileDialogLoad(a, b, c, d, &result) && Text(result) == "1234");
+  EXPECT_TRUE(!CsystemFileDialogSave(a, b, c, d, &result) && Text(result) == "cancelled");
   CsystemSetInterruptHandler(nullptr);
   CsystemSetEditFileHandler(nullptr);
   CsystemSetFileDialogLoadHandler(nullptr);
@@ -84,12 +80,9 @@ TEST(Hooks, SystemForwardsToTheHost) {
   // Null handlers restore the defaults, which answer false and change nothing.
   g_calls.clear();
   CsystemEditFile(C_STRING("notes.txt"), true);
-  EXPECT_FALSE(CsystemIsInterrupted());
-  EXPECT_FALSE(CsystemFileDialogLoad(C_STRING("1"), C_STRING("2"), C_STRING("3"), C_STRING("4"), &result));
-  EXPECT_FALSE(CsystemFileDialogSave(C_STRING("1"), C_STRING("2"), C_STRING("3"), C_STRING("4"), &result));
-  EXPECT_EQ(Text(result), "cancelled");
-  EXPECT_TRUE(g_calls.empty());
-  EXPECT_FALSE(C_ERROR::Is());
+  EXPECT_FALSE(CsystemIsInterrupted() || CsystemFileDialogLoad(a, b, c, d, &result) ||
+               CsystemFileDialogSave(a, b, c, d, &result));
+  EXPECT_TRUE(Text(result) == "cancelled" && g_calls.empty() && !C_ERROR::Is());
 }
 
 }  // namespace

@@ -58,15 +58,10 @@ TEST(StringNumbers, IntegerScannersReportTheirEnd) {
 
   // Asking is not failing: the Has forms leave no error.
   int value = 99, end = -1;
-  EXPECT_TRUE(C_STRING(u"a 42").HasInt(1, &value, &end));
-  EXPECT_EQ(value, 42);
-  EXPECT_EQ(end, 4);
-  EXPECT_FALSE(C_STRING(u"a 42").HasInt(0, &value, &end));
-  EXPECT_EQ(value + end, 0);
+  EXPECT_TRUE(C_STRING(u"a 42").HasInt(1, &value, &end) && value == 42 && end == 4);
+  EXPECT_TRUE(!C_STRING(u"a 42").HasInt(0, &value, &end) && value == 0 && end == 0);
   long long wide = 5;
-  EXPECT_FALSE(C_STRING(u"  -").HasLong(0, &wide, &end));
-  EXPECT_EQ(wide + end, 0);
-  EXPECT_FALSE(C_ERROR::Is());
+  EXPECT_TRUE(!C_STRING(u"  -").HasLong(0, &wide, &end) && wide == 0 && end == 0 && !C_ERROR::Is());
 
   EXPECT_TRUE(C_STRING(u"0123").IsInt() && C_STRING(u"09afAF").IsHexa());
   for (const char16_t* text : {u"-5", u" 5", u""}) EXPECT_FALSE(C_STRING(text).IsInt());
@@ -149,9 +144,7 @@ TEST(StringNumbers, Tokens) {
   EXPECT_EQ(small.GetSize(), 5);
   C_STRING self(u" one two");
   self.ScanToken(&self, 0, &end);
-  EXPECT_TRUE(self == u"one");
-  EXPECT_EQ(end, 4);
-  EXPECT_FALSE(C_ERROR::Is());
+  EXPECT_TRUE(self == u"one" && end == 4 && !C_ERROR::Is());
 }
 
 }  // namespace
