@@ -13,7 +13,7 @@
 namespace {
 
 #if defined(__SANITIZE_ADDRESS__)
-constexpr unsigned int kEvery = 1;
+constexpr unsigned int kEvery = 16;
 #else
 constexpr unsigned int kEvery = 1;
 #endif
