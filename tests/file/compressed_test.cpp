@@ -44,12 +44,13 @@ std::vector<std::string> DecodeWithZlib(const std::string& file) {
   return blocks;
 }
 
-std::string Record(const std::string& data) {
-  uLongf packed = compressBound(data.size());
+// One block record holding `count` copies of `c`.
+std::string Record(std::size_t count, char c) {
+  const std::string data(count, c);
+  uLongf packed = compressBound(count);
   std::string out(packed, '\0');
-  compress(reinterpret_cast<Bytef*>(out.data()), &packed, reinterpret_cast<const Bytef*>(data.data()), data.size());
-  return Le32Bytes(static_cast<unsigned>(data.size())) + Le32Bytes(static_cast<unsigned>(packed)) +
-         out.substr(0, packed);
+  compress(reinterpret_cast<Bytef*>(out.data()), &packed, reinterpret_cast<const Bytef*>(data.data()), count);
+  return Le32Bytes(static_cast<unsigned>(count)) + Le32Bytes(static_cast<unsigned>(packed)) + out.substr(0, packed);
 }
 
 void WriteCompressed(const std::string& path, const std::string& data) {
@@ -110,9 +111,9 @@ TEST(Compressed, BytesDecodeWithZlibBlockByBlock) {
   C_FILE file(LibraryPath(path), C_FILE::READ, C_FILE::COMPRESSED);
   EXPECT_EQ(file.GetSize(), static_cast<long long>(data.size()));
   file.SetPosit(kBlock + 3);
-  char bytes[4];
-  file.Read(4, bytes);
-  EXPECT_EQ(std::string(bytes, 4), data.substr(kBlock + 3, 4));
+  std::string bytes(4, '\0');
+  file.Read(4, bytes.data());
+  EXPECT_EQ(bytes, data.substr(kBlock + 3, 4));
 }
 
 TEST(Compressed, ReadingInPlaceAtRandomPositions) {
@@ -120,10 +121,9 @@ TEST(Compressed, ReadingInPlaceAtRandomPositions) {
   const std::string path = dir.File("doc.qz");
   const std::string data = RandomBytes(5 * kBlock + 1234, 3);
   {
-    // Blocks of uneven sizes.
     C_FILE file(LibraryPath(path), C_FILE::WRITE, C_FILE::COMPRESSED);
     file.Write(1000, data.data());
-    file.Flush();
+    file.Flush();  // blocks of uneven sizes
     file.Write(static_cast<int>(data.size()) - 1000, data.data() + 1000);
   }
   C_FILE file(LibraryPath(path), C_FILE::READ | C_FILE::DIRECT, C_FILE::COMPRESSED);
@@ -136,12 +136,11 @@ TEST(Compressed, ReadingInPlaceAtRandomPositions) {
     file.SetPosit(position);
     int got = 0;
     file.Read(count, buffer.data(), &got);
-    const std::string expected = data.substr(static_cast<std::size_t>(position), static_cast<std::size_t>(count));
-    ASSERT_EQ(std::string(buffer.data(), static_cast<std::size_t>(got)), expected) << position;
+    ASSERT_EQ(std::string(buffer.data(), static_cast<std::size_t>(got)),
+              data.substr(static_cast<std::size_t>(position), static_cast<std::size_t>(count)))
+        << position;
     EXPECT_EQ(TakeError(), got < count ? &CerrFileEndReached : nullptr);
-    if (got == count) {
-      EXPECT_EQ(file.GetPosit(), position + count);
-    }
+    EXPECT_TRUE(got < count || file.GetPosit() == position + count);
   }
   // Beyond the end clamps to the end.
   file.SetPosit(size + 99);
@@ -159,18 +158,16 @@ TEST(Compressed, ReadingInPlaceAtRandomPositions) {
 TEST(Compressed, DamagedFiles) {
   TempDir dir;
   const std::string path = dir.File("damaged");
-  const std::string good = Record(std::string(5000, 'g'));
-  const std::string second = Record(std::string(3000, 'h'));
+  const std::string good = Record(5000, 'g'), second = Record(3000, 'h');
   const C_ERROR* const kEnd = &CerrFileEndReached;
   const C_ERROR* const kBad = &CerrFileCannotDecompress;
-  struct Case {
+  const struct {
     const char* name;
     std::string bytes;
     const C_ERROR* readError;   // of reading everything in place
     const C_ERROR* checkError;  // of CheckCompression
-    std::size_t bytesRead;      // in place and through the temporary file
-  };
-  const Case cases[] = {
+    int bytesRead;              // in place and through the temporary file
+  } cases[] = {
       {"sound", kMagic + good + second, kEnd, nullptr, 8000},
       {"magic alone", kMagic, kEnd, nullptr, 0},
       // Without the magic, the file is read as it stands.
@@ -178,29 +175,25 @@ TEST(Compressed, DamagedFiles) {
       {"shorter than the magic", "QORC", kEnd, kBad, 4},
       {"cut data", kMagic + good + second.substr(0, second.size() - 5), kEnd, kEnd, 5000},
       {"cut header", kMagic + good + second.substr(0, 6), kEnd, kEnd, 5000},
-      {"compressed length beyond scratch", kMagic + good + Le32Bytes(10) + Le32Bytes(0x7FFFFFFF) + "xx", kBad, kBad,
-       5000},
+      {"compressed length beyond scratch", kMagic + good + Le32Bytes(10) + Le32Bytes(~0u >> 1) + "x", kBad, kBad, 5000},
       {"uncompressed length beyond block", kMagic + good + Le32Bytes(kBlock + 1) + second.substr(4), kBad, kBad, 5000},
-      {"more than the buffer inside", kMagic + Le32Bytes(100) + Record(std::string(kBlock + 200, 'z')).substr(4), kBad,
-       kBad, 0},
+      {"more than the buffer inside", kMagic + Le32Bytes(100) + Record(kBlock + 200, 'z').substr(4), kBad, kBad, 0},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     WriteBytes(path, c.bytes);
-    {
-      C_FILE file(LibraryPath(path), C_FILE::READ | C_FILE::DIRECT, C_FILE::COMPRESSED);
-      std::vector<char> all(20000);
-      int got = -1;
-      file.Read(static_cast<int>(all.size()), all.data(), &got);
-      EXPECT_EQ(TakeError(), c.readError);
-      EXPECT_EQ(got, static_cast<int>(c.bytesRead));
-    }
+    C_FILE direct(LibraryPath(path), C_FILE::READ | C_FILE::DIRECT, C_FILE::COMPRESSED);
+    std::vector<char> all(20000);
+    int got = -1;
+    direct.Read(static_cast<int>(all.size()), all.data(), &got);
+    EXPECT_EQ(TakeError(), c.readError);
+    EXPECT_EQ(got, c.bytesRead);
     C_FILE::CheckCompression(LibraryPath(path));
     EXPECT_EQ(TakeError(), c.checkError);
     // The temporary route takes a cut record as the end of the blocks.
     C_FILE file(LibraryPath(path), C_FILE::READ, C_FILE::COMPRESSED);
     EXPECT_EQ(TakeError(), c.readError == kBad ? kBad : nullptr);
-    EXPECT_EQ(file.GetSize(), static_cast<long long>(c.bytesRead));
+    EXPECT_EQ(file.GetSize(), c.bytesRead);
   }
   // A file without blocks has no position to go to.
   WriteBytes(path, kMagic);

@@ -1,5 +1,5 @@
-// Helpers of the file tests: whole files as byte strings, library paths,
-// test data, and reads with their errors as text.
+// Helpers of the file tests: whole files as byte strings, library paths, and
+// reads with their errors as text.
 #ifndef QORC_TESTS_FILE_FILE_TEST_UTIL_H
 #define QORC_TESTS_FILE_FILE_TEST_UTIL_H
 
@@ -13,23 +13,17 @@
 
 inline std::string ReadBytes(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+  return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
 inline void WriteBytes(const std::string& path, const std::string& bytes) {
   std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
 }
 
-inline C_STRING LibraryPath(const std::string& path) {
+inline C_STRING LibraryPath(const std::string& path, bool expanded = false) {
   C_STRING text;
   text.FromUTF8(path.c_str());
-  return text;
-}
-
-// The path as the file object reports it in errors, expanded.
-inline C_STRING ExpandedPath(const std::string& path) {
-  C_STRING text = LibraryPath(path);
-  C_FILE::ExpandPath(&text);
+  if (expanded) C_FILE::ExpandPath(&text);  // as the file object names it in errors
   return text;
 }
 
@@ -47,10 +41,9 @@ inline const C_ERROR* TakeError() {
   return error;
 }
 
-// Reads in turn, as `kinds` says, a line (l), a token (t), a token that ends
-// only at a control character (s) or a character (c). Each result is
-// followed by "|", and by "<end>", "<invalid>" or "<error>" first when the
-// read left an error (which is cleared).
+// Reads in turn a line (l), a token (t), a token ending only at a control
+// character (s) or a character (c), each result followed by "<end>",
+// "<invalid>" or "<error>" if the read left an error, then by "|".
 inline std::u16string Reads(C_FILE* file, const char* kinds) {
   std::u16string out;
   for (; *kinds != '\0'; ++kinds) {
@@ -64,9 +57,7 @@ inline std::u16string Reads(C_FILE* file, const char* kinds) {
       out.append(text.GetWCHAR(), static_cast<std::size_t>(text.GetNumber()));
     }
     if (const C_ERROR* error = TakeError()) {
-      out += error == &CerrFileEndReached            ? u"<end>"
-             : error == &CerrFileContainsInvalidCode ? u"<invalid>"
-                                                     : u"<error>";
+      out += error == &CerrFileEndReached ? u"<end>" : error == &CerrFileContainsInvalidCode ? u"<invalid>" : u"<error>";
     }
     out += u'|';
   }
@@ -79,12 +70,6 @@ inline std::u16string ReadLines(C_FILE* file) {
   for (C_STRING line; file->Read(&line), !C_ERROR::Is();) out.append(line.GetWCHAR(), line.GetNumber()) += u'|';
   EXPECT_EQ(TakeError(), &CerrFileEndReached);
   return out;
-}
-
-inline std::u16string ReadLines(const std::string& path, C_FILE::TYPE type, bool coding = true) {
-  C_FILE file(LibraryPath(path), C_FILE::READ, type);
-  file.SetCoding(coding);
-  return ReadLines(&file);
 }
 
 #endif

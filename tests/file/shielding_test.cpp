@@ -35,12 +35,11 @@ std::string Unshield(const std::string& text, int length = -1) {
 }  // namespace
 
 TEST(Shielding, StringFormKnownValuesAndRoundTrips) {
-  EXPECT_EQ(Shield("\1\2\3"), "018k0");
-  EXPECT_EQ(Shield("\xFF"), "1z300");
-  EXPECT_EQ(Unshield("1z300"), "\xFF");
-  EXPECT_EQ(Unshield("018k0"), "\1\2\3");
-  EXPECT_EQ(Shield(""), "<null>");
-  EXPECT_EQ(Unshield("", 0), "<null>");
+  for (const auto& [bytes, text] : {std::pair{"\1\2\3", "018k0"}, std::pair{"\xFF", "1z300"}}) {
+    EXPECT_EQ(Shield(bytes), text);
+    EXPECT_EQ(Unshield(text), bytes);
+  }
+  EXPECT_EQ(Shield("") + Unshield("", 0), "<null><null>");
   std::string bytes;
   for (int n = 1; n < 300; ++n) {
     bytes += static_cast<char>(n * 37 + 11);
@@ -69,9 +68,8 @@ TEST(Shielding, BadTextIsRefusedOrCutWithoutOverrun) {
 TEST(ShieldedFile, RoundTripsInEveryRoute) {
   TempDir dir;
   const std::string path = dir.File("r"), data = RandomBytes(5000);
-  const std::pair<int, C_FILE::TYPE> routes[] = {
-      {0, C_FILE::BINARY}, {0, C_FILE::COMPRESSED}, {C_FILE::DIRECT, C_FILE::COMPRESSED}};
-  for (const auto& [direct, type] : routes) {
+  for (const auto& [direct, type] :
+       {std::pair{0, C_FILE::BINARY}, std::pair{0, C_FILE::COMPRESSED}, std::pair{C_FILE::DIRECT, C_FILE::COMPRESSED}}) {
     {
       C_FILE file(LibraryPath(path), C_FILE::WRITE | direct, type);
       file.Write(7, "header\n");
@@ -99,7 +97,7 @@ TEST(ShieldedFile, RoundTripsInEveryRoute) {
 TEST(ShieldedFile, LayoutAndDamagedBlocks) {
   TempDir dir;
   const std::string path = dir.File("d.txt");
-  const C_STRING expanded = ExpandedPath(path);
+  const C_STRING expanded = LibraryPath(path, true);
   const std::string data = RandomBytes(60) + "\1";
   {
     C_FILE file(LibraryPath(path), C_FILE::WRITE, C_FILE::BINARY);

@@ -16,13 +16,10 @@
 namespace {
 
 // Runs with the library code page set, then restores it.
-class CodePage {
- public:
-  explicit CodePage(int page) : saved_(qorc::LibraryCodePage()) { qorc::SetLibraryCodePage(page); }
-  ~CodePage() { qorc::SetLibraryCodePage(saved_); }
-
- private:
-  int saved_;
+struct CodePage {
+  explicit CodePage(int page) : saved(qorc::LibraryCodePage()) { qorc::SetLibraryCodePage(page); }
+  ~CodePage() { qorc::SetLibraryCodePage(saved); }
+  int saved;
 };
 
 }  // namespace
@@ -30,19 +27,18 @@ class CodePage {
 TEST(TextIo, WritingInEachKind) {
   TempDir dir;
   const std::string path = dir.File("w.txt");
-  struct Case {
+  const struct {
     C_FILE::TYPE type;
     bool coding;
     std::string bytes;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {C_FILE::TEXT, true, "\37720AC\351\nnarrow!\3774E2D\n"},
       {C_FILE::TEXT, false, "\342\202\254\303\251\nnarrow!\344\270\255\n"},
       {C_FILE::UNICODE, true, std::string("\377\376\254 \351\0\r\0\n\0n\0a\0r\0r\0o\0w\0!\0-N\r\0\n\0", 30)},
       {C_FILE::BINARY, true, std::string("\254 \351\0\nnarrow!-N\n", 15)},
   };
   CodePage utf8(65001);
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     {
       C_FILE file(LibraryPath(path), C_FILE::WRITE, c.type);
       file.SetCoding(c.coding);
@@ -54,9 +50,10 @@ TEST(TextIo, WritingInEachKind) {
       file.WriteEOL();
     }
     EXPECT_EQ(ReadBytes(path), c.bytes);
-    if (c.type != C_FILE::BINARY) {
-      EXPECT_EQ(ReadLines(path, c.coding ? C_FILE::AUTO : C_FILE::TEXT, c.coding), u"\u20AC\u00E9|narrow!\u4E2D|");
-    }
+    if (c.type == C_FILE::BINARY) continue;
+    C_FILE file(LibraryPath(path), C_FILE::READ, c.coding ? C_FILE::AUTO : C_FILE::TEXT);
+    file.SetCoding(c.coding);
+    EXPECT_EQ(ReadLines(&file), u"\u20AC\u00E9|narrow!\u4E2D|");
   }
 }
 
@@ -71,14 +68,13 @@ TEST(TextIo, ReadingLinesTokensAndCharacters) {
     across += std::string(length, static_cast<char>('a' + i)) + (i % 2 == 0 ? "\n\r" : "\r\n");
     acrossLines += std::u16string(length, static_cast<char16_t>(u'a' + i)) + u"|";
   }
-  struct Case {
+  const struct {
     C_FILE::TYPE type;
     int page;  // 0: coded text
     std::string bytes;
     const char* kinds;
     std::u16string read;
-  };
-  const Case cases[] = {
+  } cases[] = {
       // Coded text: CR, LF, CR LF and LF CR each end a line; escapes are decoded.
       {C_FILE::TEXT, 0, "A\r\nB\n\rC", "llll", u"A|B|C|<end>|"},
       {C_FILE::TEXT, 0, "x\r\ry\n\nz\n", "llllll", u"x||y||z|<end>|"},
@@ -100,7 +96,7 @@ TEST(TextIo, ReadingLinesTokensAndCharacters) {
       {C_FILE::AUTO, 0, std::string("\xFF\xFE \0x\0\xAC\x20\n\0z\0", 12), "tt", u"x\u20AC|z<end>|"},
       {C_FILE::AUTO, 0, std::string("\xFE\xFF\0a\0\r\0b\0\n\0c", 12), "cclll", u"a|b||c|<end>|"},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     CodePage page(c.page == 0 ? 1252 : c.page);
     WriteBytes(path, c.bytes);
     C_FILE file(LibraryPath(path), C_FILE::READ, c.type);
@@ -126,14 +122,12 @@ TEST(TextIo, CompressedInPlaceText) {
   // The CR stays.
   C_FILE file(LibraryPath(path), C_FILE::READ | C_FILE::DIRECT, C_FILE::COMPRESSED);
   EXPECT_EQ(Reads(&file, "llctttt"), u"first\r|second\u00E9|2|-3|tok|q\\\"x|end<end>|");
-  // A line the end of the file cuts is given up.
-  C_FILE again(LibraryPath(path), C_FILE::READ | C_FILE::DIRECT, C_FILE::COMPRESSED);
-  EXPECT_EQ(ReadLines(&again), u"first\r|second\u00E9|2-3|");
-  // Read to its end, the file still rewinds and positions: nothing is lost.
-  again.Rewind();
-  EXPECT_EQ(ReadLines(&again), u"first\r|second\u00E9|2-3|");
-  again.SetPosit(14);  // just after "first\r\n" in UTF-16
-  EXPECT_EQ(Reads(&again, "l"), u"second\u00E9|");
+  // Read to its end, the file still rewinds and positions; a line the end of
+  // the file cuts is given up.
+  file.Rewind();
+  EXPECT_EQ(ReadLines(&file), u"first\r|second\u00E9|2-3|");
+  file.SetPosit(14);  // just after "first\r\n" in UTF-16
+  EXPECT_EQ(Reads(&file, "l"), u"second\u00E9|");
 }
 
 TEST(TextIo, FormattedValues) {
