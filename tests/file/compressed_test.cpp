@@ -4,6 +4,7 @@
 #include <qorc/qorc.h>
 #include <zlib.h>
 
+#include <cstring>
 #include <random>
 #include <string>
 #include <vector>
@@ -16,15 +17,14 @@ namespace {
 constexpr int kBlock = C_FILE::COMPRESS_BLOCK_SIZE;
 const std::string kMagic = "QORCOMPRESS_V1.0";
 
+// Record headers are little-endian, as is the host.
 unsigned Le32(const std::string& bytes, std::size_t at) {
   unsigned v = 0;
-  for (std::size_t i = 4; i-- > 0;) v = v << 8 | static_cast<unsigned char>(bytes[at + i]);
+  std::memcpy(&v, bytes.data() + at, 4);
   return v;
 }
 
-std::string Le32Bytes(unsigned v) {
-  return {static_cast<char>(v), static_cast<char>(v >> 8), static_cast<char>(v >> 16), static_cast<char>(v >> 24)};
-}
+std::string Le32Bytes(unsigned v) { return std::string(reinterpret_cast<const char*>(&v), 4); }
 
 // The blocks of a compressed file decoded with zlib alone.
 std::vector<std::string> DecodeWithZlib(const std::string& file) {

@@ -137,8 +137,10 @@ TEST(FileObject, FullDeviceGivesNotEnoughSpace) {
   const C_STRING expanded = LibraryPath("/dev/full", true);
   // Buffered bytes fail at the flush, or at the close where the temporary
   // file of the compressed format took them first.
-  const std::tuple<int, C_FILE::TYPE, bool> cases[] = {
-      {0, C_FILE::BINARY, true}, {0, C_FILE::UNICODE, true}, {0, C_FILE::COMPRESSED, false}, {C_FILE::DIRECT, C_FILE::COMPRESSED, true}};
+  const std::tuple<int, C_FILE::TYPE, bool> cases[] = {{0, C_FILE::BINARY, true},
+                                                       {0, C_FILE::UNICODE, true},
+                                                       {0, C_FILE::COMPRESSED, false},
+                                                       {C_FILE::DIRECT, C_FILE::COMPRESSED, true}};
   for (const auto& [direct, type, atFlush] : cases) {
     {
       C_FILE file(C_STRING(u"/dev/full"), C_FILE::WRITE | direct, type);

@@ -57,7 +57,9 @@ inline std::u16string Reads(C_FILE* file, const char* kinds) {
       out.append(text.GetWCHAR(), static_cast<std::size_t>(text.GetNumber()));
     }
     if (const C_ERROR* error = TakeError()) {
-      out += error == &CerrFileEndReached ? u"<end>" : error == &CerrFileContainsInvalidCode ? u"<invalid>" : u"<error>";
+      out += error == &CerrFileEndReached            ? u"<end>"
+             : error == &CerrFileContainsInvalidCode ? u"<invalid>"
+                                                     : u"<error>";
     }
     out += u'|';
   }

@@ -68,8 +68,8 @@ TEST(Shielding, BadTextIsRefusedOrCutWithoutOverrun) {
 TEST(ShieldedFile, RoundTripsInEveryRoute) {
   TempDir dir;
   const std::string path = dir.File("r"), data = RandomBytes(5000);
-  for (const auto& [direct, type] :
-       {std::pair{0, C_FILE::BINARY}, std::pair{0, C_FILE::COMPRESSED}, std::pair{C_FILE::DIRECT, C_FILE::COMPRESSED}}) {
+  for (const auto& [direct, type] : {std::pair{0, C_FILE::BINARY}, std::pair{0, C_FILE::COMPRESSED},
+                                     std::pair{C_FILE::DIRECT, C_FILE::COMPRESSED}}) {
     {
       C_FILE file(LibraryPath(path), C_FILE::WRITE | direct, type);
       file.Write(7, "header\n");

@@ -5,23 +5,16 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
 #include <string>
 #include <vector>
 
+#include "file/file_test_util.h"
 #include "path/roots.h"
 #include "support/temp_dir.h"
 
 namespace {
 
 std::u16string Text(const C_STRING& s) { return std::u16string(s.GetWCHAR(), static_cast<std::size_t>(s.GetNumber())); }
-
-void Write(const std::string& path, const std::string& content) { std::ofstream(path, std::ios::binary) << content; }
-
-std::string Read(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), {});
-}
 
 // Runs `call`, which is to leave `error` pending with `extra` as its text
 // (cleared here), or to succeed.
@@ -35,7 +28,7 @@ void Fails(Call call, const C_ERROR& error, const C_STRING& extra) {
 template <class Call>
 void Succeeds(Call call) {
   call();
-  EXPECT_FALSE(C_ERROR::Is()) << C_ERROR::GetPending()->GetKey().GetANSI();
+  EXPECT_EQ(TakeError(), nullptr);
 }
 
 // The fractions of the copy progress calls, and the call that answers false
@@ -77,7 +70,7 @@ class FileOperations : public testing::Test {
 };
 
 TEST_F(FileOperations, ExistenceAndReadOnly) {
-  Write(F("ro.txt"), "keep");
+  WriteBytes(F("ro.txt"), "keep");
   EXPECT_TRUE(C_FILE::Exists(C_STRING(u"$T\\ro.txt")));
   EXPECT_TRUE(C_FILE::Exists(Lib("")));
   EXPECT_FALSE(C_FILE::Exists(Lib("missing.txt")));
@@ -92,13 +85,13 @@ TEST_F(FileOperations, ExistenceAndReadOnly) {
   EXPECT_TRUE(C_FILE::IsReadOnly(path));
   // A read-only file is not removed, not even by root.
   Fails([&] { C_FILE::Remove(path); }, CerrFileReadOnly, path);
-  EXPECT_EQ(Read(F("ro.txt")), "keep");
+  EXPECT_EQ(ReadBytes(F("ro.txt")), "keep");
   Succeeds([&] { C_FILE::SetReadOnly(path, false); });
   EXPECT_FALSE(C_FILE::IsReadOnly(path));
 }
 
 TEST_F(FileOperations, RemoveAndRenameReportWhatWentWrong) {
-  Write(F("gone.txt"), "x");
+  WriteBytes(F("gone.txt"), "x");
   const C_STRING gone(u"$T/gone.txt");
   Succeeds([&] { C_FILE::Remove(gone); });
   EXPECT_FALSE(std::filesystem::exists(F("gone.txt")));
@@ -108,47 +101,47 @@ TEST_F(FileOperations, RemoveAndRenameReportWhatWentWrong) {
   Fails([&] { C_FILE::Remove(C_STRING(u"$T\\sub")); }, CerrFileReadOnly, C_STRING(u"$T\\sub"));
   EXPECT_TRUE(std::filesystem::exists(F("sub")));
 
-  Write(F("a.txt"), "first");
+  WriteBytes(F("a.txt"), "first");
   Succeeds([&] { C_FILE::Rename(Lib("a.txt"), Lib("b.txt")); });
-  EXPECT_EQ(Read(F("b.txt")), "first");
+  EXPECT_EQ(ReadBytes(F("b.txt")), "first");
   // An existing target is never replaced.
-  Write(F("a.txt"), "second");
+  WriteBytes(F("a.txt"), "second");
   Fails([&] { C_FILE::Rename(Lib("a.txt"), Lib("b.txt")); }, CerrFileCannotWrite, Lib("a.txt"));
-  EXPECT_EQ(Read(F("a.txt")), "second");
-  EXPECT_EQ(Read(F("b.txt")), "first");
+  EXPECT_EQ(ReadBytes(F("a.txt")), "second");
+  EXPECT_EQ(ReadBytes(F("b.txt")), "first");
   Fails([&] { C_FILE::Rename(Lib("missing.txt"), Lib("c.txt")); }, CerrFileNotFound, Lib("missing.txt"));
   // A read-only file can still be moved into another directory.
   C_FILE::SetReadOnly(Lib("b.txt"), true);
   Succeeds([&] { C_FILE::Rename(Lib("b.txt"), Lib("sub/b.txt")); });
-  EXPECT_EQ(Read(F("sub/b.txt")), "first");
+  EXPECT_EQ(ReadBytes(F("sub/b.txt")), "first");
   // Other failures: a directory moved into itself.
   Fails([&] { C_FILE::Rename(Lib("sub"), Lib("sub/inner")); }, CerrFileCannotRead, Lib("sub"));
 }
 
 TEST_F(FileOperations, CopyKeepsContentPermissionsAndTime) {
   const std::string content = std::string(100000, 'a') + std::string(100000, 'b');
-  Write(F("src.bin"), content);
+  WriteBytes(F("src.bin"), content);
   const struct timespec times[2] = {{1179150330, 0}, {1179150330, 0}};
   ASSERT_EQ(utimensat(AT_FDCWD, F("src.bin").c_str(), times, 0), 0);
   chmod(F("src.bin").c_str(), 0640);
   const C_STRING source = Lib("src.bin");
   Succeeds([&] { C_FILE::Copy(source, Lib("copy.bin"), false); });
-  EXPECT_EQ(Read(F("copy.bin")), content);
+  EXPECT_EQ(ReadBytes(F("copy.bin")), content);
   struct stat status;
   ASSERT_EQ(stat(F("copy.bin").c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 07777, 0640u);
   EXPECT_EQ(status.st_mtim.tv_sec, 1179150330);
 
   // An existing target is replaced only when asked, and never a read-only one.
-  Write(F("old.bin"), "old");
+  WriteBytes(F("old.bin"), "old");
   Fails([&] { C_FILE::Copy(source, Lib("old.bin"), false); }, CerrFileNotFound, source);
-  EXPECT_EQ(Read(F("old.bin")), "old");
+  EXPECT_EQ(ReadBytes(F("old.bin")), "old");
   Succeeds([&] { C_FILE::Copy(source, Lib("old.bin"), true); });
-  EXPECT_EQ(Read(F("old.bin")), content);
-  Write(F("ro.bin"), "ro");
+  EXPECT_EQ(ReadBytes(F("old.bin")), content);
+  WriteBytes(F("ro.bin"), "ro");
   C_FILE::SetReadOnly(Lib("ro.bin"), true);
   Fails([&] { C_FILE::Copy(source, Lib("ro.bin"), true); }, CerrFileNotFound, source);
-  EXPECT_EQ(Read(F("ro.bin")), "ro");
+  EXPECT_EQ(ReadBytes(F("ro.bin")), "ro");
   // A missing source: the expanded source is named.
   Fails([] { C_FILE::Copy(C_STRING(u"$T\\none.bin"), C_STRING(u"$T\\x.bin"), true); }, CerrFileNotFound,
         Lib("none.bin"));
@@ -162,25 +155,25 @@ TEST_F(FileOperations, CopyKeepsContentPermissionsAndTime) {
   Succeeds([&] { C_FILE::Copy(source, Lib("narrow.bin"), false); });
   Fails([&] { C_FILE::Copy(source, Lib("narrow.bin"), false); }, CerrFileNotFound, source);
   CcharUnicode = saved;
-  EXPECT_EQ(Read(F("narrow.bin")), content);
+  EXPECT_EQ(ReadBytes(F("narrow.bin")), content);
   EXPECT_TRUE(g_fractions.empty());
 }
 
 TEST_F(FileOperations, CopyOntoItselfDoesNothing) {
-  Write(F("self.txt"), "content");
+  WriteBytes(F("self.txt"), "content");
   Succeeds([&] { C_FILE::Copy(Lib("self.txt"), Lib("self.txt"), true); });
   // Written two ways: the same file by its text.
   std::filesystem::create_directory(F("sub"));
   Succeeds([&] { C_FILE::Copy(Lib("sub/../self.txt"), C_STRING(F("./self.txt").c_str()), true); });
-  EXPECT_EQ(Read(F("self.txt")), "content");
+  EXPECT_EQ(ReadBytes(F("self.txt")), "content");
   // Through a link the texts differ; the copy is refused and the file kept.
   ASSERT_EQ(symlink(F("self.txt").c_str(), F("link.txt").c_str()), 0);
   Fails([&] { C_FILE::Copy(Lib("self.txt"), Lib("link.txt"), true); }, CerrFileNotFound, Lib("self.txt"));
-  EXPECT_EQ(Read(F("self.txt")), "content");
+  EXPECT_EQ(ReadBytes(F("self.txt")), "content");
 }
 
 TEST_F(FileOperations, CopyProgressIsOneShot) {
-  Write(F("big.bin"), std::string(300000, 'q'));
+  WriteBytes(F("big.bin"), std::string(300000, 'q'));
   ArmProgress(0);
   Succeeds([&] { C_FILE::Copy(Lib("big.bin"), Lib("a.bin"), false); });
   EXPECT_EQ(C_FILE::ProgressCallback, nullptr);
@@ -192,14 +185,14 @@ TEST_F(FileOperations, CopyProgressIsOneShot) {
   Succeeds([&] { C_FILE::Copy(Lib("big.bin"), Lib("b.bin"), false); });
   EXPECT_EQ(g_fractions.size(), calls);
   // An empty file is complete from the start.
-  Write(F("empty.bin"), "");
+  WriteBytes(F("empty.bin"), "");
   ArmProgress(0);
   Succeeds([&] { C_FILE::Copy(Lib("empty.bin"), Lib("empty2.bin"), false); });
   EXPECT_EQ(g_fractions, std::vector<double>{1.0});
 
   // Stopped by the callback: reported as a failed copy, with no partial
   // target left, also when it was to replace an existing file.
-  Write(F("existing.bin"), "old");
+  WriteBytes(F("existing.bin"), "old");
   for (const auto& [stopAt, target] : {std::pair{2, "partial.bin"}, std::pair{1, "existing.bin"}}) {
     ArmProgress(stopAt);
     Fails([&] { C_FILE::Copy(Lib("big.bin"), Lib(target), true); }, CerrFileNotFound, Lib("big.bin"));
@@ -210,7 +203,7 @@ TEST_F(FileOperations, CopyProgressIsOneShot) {
 }
 
 TEST_F(FileOperations, ModificationDateInUtc) {
-  Write(F("dated.txt"), "x");
+  WriteBytes(F("dated.txt"), "x");
   // 2007-05-14 13:45:30 UTC, hundredths dropped.
   struct timespec times[2] = {{1179150330, 500000000}, {1179150330, 990000000}};
   ASSERT_EQ(utimensat(AT_FDCWD, F("dated.txt").c_str(), times, 0), 0);

@@ -9,7 +9,7 @@ namespace {
 
 std::u16string Text(const C_STRING& s) { return std::u16string(s.GetWCHAR(), static_cast<std::size_t>(s.GetNumber())); }
 
-// The default text form, for readable comparisons and messages.
+// The default text form.
 std::string Str(const C_DATE& d) {
   C_STRING out;
   d.GetString(&out);
@@ -63,31 +63,20 @@ TEST(Date, ValidityFollowsTheGregorianCalendar) {
   C_DATE d(70000, 256 + 5, 14);
   d.SetDay(300);
   EXPECT_EQ(Str(d), "4464/05/44-00:00:00.00");
-}
-
-TEST(Date, ComparesFieldByField) {
+  // Comparison goes field by field; the year is signed.
   const C_DATE a(2007, 5, 14, 13, 45, 30, 25);
-  EXPECT_TRUE(a == C_DATE(2007, 5, 14, 13, 45, 30, 25));
-  EXPECT_TRUE(a < C_DATE(2007, 5, 14, 13, 45, 30, 26));
-  EXPECT_TRUE(a > C_DATE(2006, 12, 31, 23, 59, 59, 99));
-  EXPECT_TRUE(a <= a && a >= a);
-  EXPECT_TRUE(a != C_DATE(2007, 5, 14));
-  EXPECT_TRUE(C_DATE(-1, 1, 1) < C_DATE(1, 1, 1));  // the year is signed
+  EXPECT_TRUE(a == C_DATE(2007, 5, 14, 13, 45, 30, 25) && a <= a && a >= a && a != C_DATE(2007, 5, 14));
+  EXPECT_TRUE(a < C_DATE(2007, 5, 14, 13, 45, 30, 26) && a > C_DATE(2006, 12, 31, 23, 59, 59, 99));
+  EXPECT_TRUE(C_DATE(-1, 1, 1) < C_DATE(1, 1, 1));
 }
 
 TEST(Date, LayoutsAndTokens) {
   EXPECT_EQ(Str(C_DATE(2007, 5, 14, 13, 45, 30, 25)), "2007/05/14-13:45:30.25");
   EXPECT_EQ(Str(C_DATE(812, 1, 2, 3, 4, 5, 6)), "0812/01/02-03:04:05.06");
   const C_DATE d(2007, 5, 4);
-  EXPECT_EQ(Fmt(d, 1), u"04/05/2007");
-  EXPECT_EQ(Fmt(d, 2), u"05/04/2007");
-  EXPECT_EQ(Fmt(d, 3), u"2007/05/04");
-  EXPECT_EQ(Fmt(d, 7), u"04/05/2007");
+  EXPECT_EQ(Fmt(d, 1) + Fmt(d, 2) + Fmt(d, 3) + Fmt(d, 7), u"04/05/200705/04/20072007/05/0404/05/2007");
   EXPECT_EQ(Fmt(C_DATE(812, 5, 4), 1), u"04/05/812");
-  EXPECT_EQ(Fmt(d, u"yyyy-mm-dd"), u"2007-05-04");
-  EXPECT_EQ(Fmt(d, u"YY.MM.DD"), u"07.05.04");
-  EXPECT_EQ(Fmt(d, u"ddd yyy"), u"04d 07y");
-  EXPECT_EQ(Fmt(d, u"Le dd \u00e9t\u00e9"), u"Le 04 \u00e9t\u00e9");
+  EXPECT_EQ(Fmt(d, u"yyyy-mm-dd YY.MM.DD ddd yyy Le \u00e9t\u00e9"), u"2007-05-04 07.05.04 04d 07y Le \u00e9t\u00e9");
   EXPECT_EQ(Fmt(d, u""), u"");
   // "yy" subtracts 1900 or 2000 without reducing modulo 100.
   const std::pair<int, const char16_t*> years[] = {
