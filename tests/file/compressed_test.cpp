@@ -1,16 +1,11 @@
 // The block-compressed format: its bytes, both reading routes, flush points,
 // positioning in place, damaged files.
-#include <gtest/gtest.h>
-#include <qorc/qorc.h>
 #include <zlib.h>
 
 #include <cstring>
-#include <random>
-#include <string>
 #include <vector>
 
 #include "file/file_test_util.h"
-#include "support/temp_dir.h"
 
 namespace {
 
@@ -44,7 +39,6 @@ std::vector<std::string> DecodeWithZlib(const std::string& file) {
   return blocks;
 }
 
-// One block record holding `count` copies of `c`.
 std::string Record(std::size_t count, char c) {
   const std::string data(count, c);
   uLongf packed = compressBound(count);
@@ -59,7 +53,6 @@ void WriteCompressed(const std::string& path, const std::string& data) {
   ASSERT_FALSE(C_ERROR::Is());
 }
 
-// Everything the file gives, read in one call.
 std::string ReadWhole(const std::string& path, int mode) {
   C_FILE file(LibraryPath(path), mode, C_FILE::COMPRESSED);
   std::string out(1 << 20, '\0');

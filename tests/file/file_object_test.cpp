@@ -1,19 +1,15 @@
 // The file object: the kind of file, closed objects, position, size and
 // lines, copies, and writes that fail.
-#include <gtest/gtest.h>
-#include <qorc/qorc.h>
 #include <sched.h>
 #include <signal.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
 
-#include <string>
 #include <tuple>
 #include <vector>
 
 #include "file/file_test_util.h"
 #include "support/child_process.h"
-#include "support/temp_dir.h"
 
 TEST(FileObject, KindFollowsTheByteOrderMark) {
   TempDir dir;

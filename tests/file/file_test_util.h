@@ -1,5 +1,5 @@
-// Helpers of the file tests: whole files as byte strings, library paths, and
-// reads with their errors as text.
+// Helpers of the file tests: temporary directories, whole files as byte
+// strings, library paths, and reads with their errors as text.
 #ifndef QORC_TESTS_FILE_FILE_TEST_UTIL_H
 #define QORC_TESTS_FILE_FILE_TEST_UTIL_H
 
@@ -10,6 +10,8 @@
 #include <iterator>
 #include <random>
 #include <string>
+
+#include "support/temp_dir.h"
 
 inline std::string ReadBytes(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
@@ -34,7 +36,6 @@ inline std::string RandomBytes(std::size_t size, unsigned seed = 7) {
   return out;
 }
 
-// The pending error, cleared.
 inline const C_ERROR* TakeError() {
   const C_ERROR* error = C_ERROR::GetPending();
   C_ERROR::ClearPending();
@@ -66,7 +67,6 @@ inline std::u16string Reads(C_FILE* file, const char* kinds) {
   return out;
 }
 
-// Every line up to the end of the file, each followed by "|".
 inline std::u16string ReadLines(C_FILE* file) {
   std::u16string out;
   for (C_STRING line; file->Read(&line), !C_ERROR::Is();) out.append(line.GetWCHAR(), line.GetNumber()) += u'|';

@@ -1,14 +1,9 @@
 // Shielded data: the string form, and blocks in files in every route.
-#include <gtest/gtest.h>
-#include <qorc/qorc.h>
 #include <qorc/shielding.h>
 
 #include <cstdlib>
-#include <string>
-#include <vector>
 
 #include "file/file_test_util.h"
-#include "support/temp_dir.h"
 
 namespace {
 

@@ -2,20 +2,14 @@
 // UNICODE, BINARY), compressed in place; lines, tokens, characters,
 // formatted values and bare streams. In coded text "\377" is the escape
 // byte 0xFF, followed by four hexadecimal digits.
-#include <gtest/gtest.h>
-#include <qorc/qorc.h>
 
 #include <cstdio>
-#include <string>
-#include <utility>
 
 #include "file/file_test_util.h"
 #include "foundation/library.h"
-#include "support/temp_dir.h"
 
 namespace {
 
-// Runs with the library code page set, then restores it.
 struct CodePage {
   explicit CodePage(int page) : saved(qorc::LibraryCodePage()) { qorc::SetLibraryCodePage(page); }
   ~CodePage() { qorc::SetLibraryCodePage(saved); }

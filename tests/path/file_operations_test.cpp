@@ -1,16 +1,12 @@
 #include <fcntl.h>
-#include <gtest/gtest.h>
-#include <qorc/qorc.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
-#include <string>
 #include <vector>
 
 #include "file/file_test_util.h"
 #include "path/roots.h"
-#include "support/temp_dir.h"
 
 namespace {
 
@@ -55,7 +51,6 @@ class FileOperations : public testing::Test {
     C_FILE::ProgressCallback = nullptr;
   }
   std::string F(const std::string& name) const { return dir_.File(name); }
-  // The file's path in the library's form.
   C_STRING Lib(const std::string& name) const {
     std::string path = name.empty() ? dir_.path().string() : F(name);
     for (char& c : path) c = c == '/' ? '\\' : c;

@@ -14,7 +14,6 @@ std::u16string Text(const C_STRING& s) { return std::u16string(s.GetWCHAR(), sta
 
 void Add(const char16_t* name, const char16_t* dir) { C_FILE::AddRoot(C_STRING(name), C_STRING(dir)); }
 
-// `op` applied in place to `text`.
 std::u16string Apply(void (*op)(C_STRING*), const char16_t* text) {
   C_STRING path(text);
   op(&path);
@@ -33,7 +32,6 @@ struct RootTableView : C_FILE {
   static int Capacity() { return RootsNba; }
 };
 
-// Every test starts with an empty root table.
 class Roots : public testing::Test {
  protected:
   void SetUp() override { qorc::DestroyRootTables(); }

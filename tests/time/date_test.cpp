@@ -9,14 +9,12 @@ namespace {
 
 std::u16string Text(const C_STRING& s) { return std::u16string(s.GetWCHAR(), static_cast<std::size_t>(s.GetNumber())); }
 
-// The default text form.
 std::string Str(const C_DATE& d) {
   C_STRING out;
   d.GetString(&out);
   return out.GetANSI();
 }
 
-// The text of GetString in a layout or a format.
 template <class Form>
 std::u16string Fmt(const C_DATE& d, Form form) {
   C_STRING out;
@@ -24,7 +22,6 @@ std::u16string Fmt(const C_DATE& d, Form form) {
   return Text(out);
 }
 
-// Sets an environment variable for the life of the object.
 struct ScopedEnv {
   ScopedEnv(const char* name, const char* value) : name(name), had(std::getenv(name) != nullptr) {
     if (had) old = std::getenv(name);
@@ -40,7 +37,6 @@ struct ScopedEnv {
   std::string old;
 };
 
-// A clock reading in UTC, to the second.
 C_DATE Utc(std::time_t t) {
   std::tm b{};
   gmtime_r(&t, &b);
