@@ -15,8 +15,7 @@ std::u16string Get(void (*op)(const C_STRING&, C_STRING*), const C_STRING& name)
   return Text(out);
 }
 std::u16string Split(void (*op)(const C_STRING&, C_STRING*, C_STRING*), const C_STRING& path) {
-  C_STRING first(u"old");
-  C_STRING second(u"old");
+  C_STRING first(u"old"), second(u"old");
   op(path, &first, &second);
   return Text(first) + u"|" + Text(second);
 }
@@ -26,22 +25,20 @@ std::u16string Set(void (*op)(const C_STRING&, C_STRING*), const char16_t* suffi
   return Text(result);
 }
 std::u16string Remove(void (*op)(C_STRING*, C_STRING*), const char16_t* path) {
-  C_STRING result(path);
-  C_STRING removed(u"old");
+  C_STRING result(path), removed(u"old");
   op(&result, &removed);
   return Text(result) + u"|" + Text(removed);
 }
 
-std::u16string Shrink(const char16_t* text) {
+std::u16string Apply(void (*op)(C_STRING*), const char16_t* text) {
   C_STRING path(text);
-  C_FILE::ShrinkPath(&path);
+  op(&path);
   return Text(path);
 }
 
 TEST(FileNames, JoinSplitAndShrinkAreLiteral) {
-  C_STRING path(u"a/b\\c//d");
-  C_FILE::CleanPath(&path);
-  EXPECT_EQ(Text(path), u"a\\b\\c\\\\d");
+  EXPECT_EQ(Apply(C_FILE::CleanPath, u"a/b\\c//d"), u"a\\b\\c\\\\d");
+  C_STRING path;
   C_FILE::MakePath(C_STRING(u"C:\\dir\\"), C_STRING(u"f.txt"), &path);
   EXPECT_EQ(Text(path), u"C:\\dir\\\\f.txt");
   C_FILE::MakePath(C_STRING(), path, &path);  // the output may be an input
@@ -71,15 +68,14 @@ TEST(FileNames, JoinSplitAndShrinkAreLiteral) {
   EXPECT_EQ(splitDir(u""), u"old>");
 
   // "." and ".." in the first place, or after an unexpanded root, are kept.
-  EXPECT_EQ(Shrink(u"C:\\a\\.\\b\\..\\c.txt"), u"C:\\a\\c.txt");
-  EXPECT_EQ(Shrink(u"a\\..\\b.txt"), u"b.txt");
-  EXPECT_EQ(Shrink(u".\\..\\x"), u".\\..\\x");
-  EXPECT_EQ(Shrink(u"$QORHOME\\..\\x"), u"$QORHOME\\..\\x");
-  EXPECT_EQ(Shrink(u"\\\\srv\\share\\a\\..\\f"), u"\\\\srv\\share\\f");
-  EXPECT_EQ(Shrink(u"C:/x/y/.."), u"C:\\x\\");
-}
+  EXPECT_EQ(Apply(C_FILE::ShrinkPath, u"C:\\a\\.\\b\\..\\c.txt"), u"C:\\a\\c.txt");
+  EXPECT_EQ(Apply(C_FILE::ShrinkPath, u"a\\..\\b.txt"), u"b.txt");
+  EXPECT_EQ(Apply(C_FILE::ShrinkPath, u".\\..\\x"), u".\\..\\x");
+  EXPECT_EQ(Apply(C_FILE::ShrinkPath, u"$QORHOME\\..\\x"), u"$QORHOME\\..\\x");
+  EXPECT_EQ(Apply(C_FILE::ShrinkPath, u"\\\\srv\\share\\a\\..\\f"), u"\\\\srv\\share\\f");
+  EXPECT_EQ(Apply(C_FILE::ShrinkPath, u"C:/x/y/.."), u"C:\\x\\");
 
-TEST(FileNames, CompactPathFitsTheWidth) {
+  // Compacting fits the width.
   const auto compact = [](const char16_t* text, int width) {
     C_STRING out(u"old");
     C_FILE::CompactPath(C_STRING(text), width, &out);
