@@ -79,7 +79,7 @@ TEST(FileObject, FailedOpensLeaveAClosedObject) {
   EXPECT_EQ(TakeError(), nullptr);
 }
 
-TEST(FileObject, PositionSizeAndLines) {
+TEST(FileObject, PositionSizeLinesAndCopies) {
   TempDir dir;
   const std::string path = dir.File("lines.txt");
   C_FILE file(LibraryPath(path), C_FILE::WRITE, C_FILE::TEXT);
@@ -100,10 +100,7 @@ TEST(FileObject, PositionSizeAndLines) {
   file.Write(1, "!");
   EXPECT_EQ(file.GetSize(), far + 1);
   EXPECT_EQ(file.GetPosit(), far + 1);
-  EXPECT_EQ(TakeError(), nullptr);
-}
-
-TEST(FileObject, TemporaryFilesAndCopies) {
+  // An object made without a file writes to an anonymous temporary one.
   C_FILE temporary;
   EXPECT_TRUE(temporary.GetPath().IsVoid() && temporary.GetMode() == C_FILE::WRITE &&
               temporary.GetType() == C_FILE::BINARY);
@@ -113,19 +110,18 @@ TEST(FileObject, TemporaryFilesAndCopies) {
   temporary.Rewind();
   EXPECT_EQ(Reads(&temporary, "c"), u"w|");
   // A copy describes the file but is closed.
-  TempDir dir;
-  const std::string path = dir.File("c.txt");
-  C_FILE file(LibraryPath(path), C_FILE::WRITE, C_FILE::TEXT);
-  file.SetCoding(false);
-  C_FILE copy(file);
-  EXPECT_TRUE(copy.GetPath() == file.GetPath());
+  const std::string copied = dir.File("c.txt");
+  C_FILE original(LibraryPath(copied), C_FILE::WRITE, C_FILE::TEXT);
+  original.SetCoding(false);
+  C_FILE copy(original);
+  EXPECT_TRUE(copy.GetPath() == original.GetPath());
   EXPECT_FALSE(copy.IsCoding());
   copy.Write(C_STRING(u"lost"));
-  file.Write(C_STRING(u"kept"));
-  temporary = file;
+  original.Write(C_STRING(u"kept"));
+  temporary = original;
   temporary.Write(C_STRING(u"lost too"));
-  file.Flush();
-  EXPECT_EQ(ReadBytes(path), "kept");
+  original.Flush();
+  EXPECT_EQ(ReadBytes(copied), "kept");
   EXPECT_EQ(TakeError(), nullptr);
 }
 

@@ -63,37 +63,33 @@ TEST(TextIo, ReadingLinesTokensAndCharacters) {
     acrossLines += std::u16string(length, static_cast<char16_t>(u'a' + i)) + u"|";
   }
   const struct {
-    C_FILE::TYPE type;
     int page;  // 0: coded text
     std::string bytes;
     const char* kinds;
     std::u16string read;
   } cases[] = {
       // Coded text: CR, LF, CR LF and LF CR each end a line; escapes are decoded.
-      {C_FILE::TEXT, 0, "A\r\nB\n\rC", "llll", u"A|B|C|<end>|"},
-      {C_FILE::TEXT, 0, "x\r\ry\n\nz\n", "llllll", u"x||y||z|<end>|"},
-      {C_FILE::TEXT, 0, across, "lllll", acrossLines + u"<end>|"},
-      {C_FILE::TEXT, 0, std::string(5000, 'L') + "\n", "ll",
-       std::u16string(4098, u'L') + u"|" + std::u16string(902, u'L') + u"|"},
-      {C_FILE::TEXT, 0, "caf\xE9 \37720AC\n", "l", u"caf\u00E9 \u20AC|"},
-      {C_FILE::TEXT, 0, "a\r\nb\37700E9\37700G9", "cccccc", u"a|\n|b|\u00E9|<invalid>|<end>|"},
-      {C_FILE::TEXT, 0, "\37700", "c", u"<end>|"},
+      {0, "A\r\nB\n\rC", "llll", u"A|B|C|<end>|"},
+      {0, "x\r\ry\n\nz\n", "llllll", u"x||y||z|<end>|"},
+      {0, across, "lllll", acrossLines + u"<end>|"},
+      {0, std::string(5000, 'L') + "\n", "ll", std::u16string(4098, u'L') + u"|" + std::u16string(902, u'L') + u"|"},
+      {0, "caf\xE9 \37720AC\n", "l", u"caf\u00E9 \u20AC|"},
+      {0, "a\r\nb\37700E9\37700G9", "cccccc", u"a|\n|b|\u00E9|<invalid>|<end>|"},
+      {0, "\37700", "c", u"<end>|"},
       // Tokens: quotes and backslashes, never decoded.
-      {C_FILE::TEXT, 0, "  abc def", "ttt", u"abc|def<end>|<end>|"},
-      {C_FILE::TEXT, 0, "  abc def", "s", u"abc def<end>|"},
-      {C_FILE::TEXT, 0, "\t\"a \\\" b\\\\\" rest of\tline\r\n\37700E9", "tsst",
-       u"a \\\" b\\\\|rest of|line|\u00FF00E9<end>|"},
+      {0, "  abc def", "ttt", u"abc|def<end>|<end>|"},
+      {0, "\t\"a \\\" b\\\\\" rest of\tline\r\n\37700E9", "tsst", u"a \\\" b\\\\|rest of|line|\u00FF00E9<end>|"},
       // Uncoded text in the code page; CR LF reads as LF.
-      {C_FILE::TEXT, 1252, "\x80\xE9\r\n", "ccc", u"\u20AC|\u00E9|\n|"},
-      {C_FILE::TEXT, 65001, "a\r\nb\rc\nd\xE2z\n", "lllll", u"a|b|c|d\uFFFDz|<end>|"},
+      {1252, "\x80\xE9\r\n", "ccc", u"\u20AC|\u00E9|\n|"},
+      {65001, "a\r\nb\rc\nd\xE2z\n", "lllll", u"a|b|c|d\uFFFDz|<end>|"},
       // UNICODE files give their units, in the order of their mark.
-      {C_FILE::AUTO, 0, std::string("\xFF\xFE \0x\0\xAC\x20\n\0z\0", 12), "tt", u"x\u20AC|z<end>|"},
-      {C_FILE::AUTO, 0, std::string("\xFE\xFF\0a\0\r\0b\0\n\0c", 12), "cclll", u"a|b||c|<end>|"},
+      {0, std::string("\xFF\xFE \0x\0\xAC\x20\n\0z\0", 12), "tt", u"x\u20AC|z<end>|"},
+      {0, std::string("\xFE\xFF\0a\0\r\0b\0\n\0c", 12), "cclll", u"a|b||c|<end>|"},
   };
   for (const auto& c : cases) {
     CodePage page(c.page == 0 ? 1252 : c.page);
     WriteBytes(path, c.bytes);
-    C_FILE file(LibraryPath(path), C_FILE::READ, c.type);
+    C_FILE file(LibraryPath(path), C_FILE::READ, C_FILE::AUTO);
     file.SetCoding(c.page == 0);
     EXPECT_EQ(Reads(&file, c.kinds), c.read) << c.kinds;
   }
