@@ -1,5 +1,5 @@
-// Helpers of the file tests: temporary directories, whole files as byte
-// strings, library paths, and reads with their errors as text.
+// Helpers of the file and path tests: temporary directories, whole files as
+// byte strings, texts and library paths, and reads with their errors as text.
 #ifndef QORC_TESTS_FILE_FILE_TEST_UTIL_H
 #define QORC_TESTS_FILE_FILE_TEST_UTIL_H
 
@@ -21,6 +21,8 @@ inline std::string ReadBytes(const std::string& path) {
 inline void WriteBytes(const std::string& path, const std::string& bytes) {
   std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
 }
+
+inline std::u16string Text(const C_STRING& s) { return std::u16string(s.GetWCHAR(), s.GetNumber()); }
 
 inline C_STRING LibraryPath(const std::string& path, bool expanded = false) {
   C_STRING text;
@@ -55,7 +57,7 @@ inline std::u16string Reads(C_FILE* file, const char* kinds) {
       if (!c.IsVoid()) out += static_cast<char16_t>(c);
     } else {
       *kinds == 'l' ? file->Read(&text) : *kinds == 't' ? file->ReadToken(&text) : file->ReadTokenSpace(&text);
-      out.append(text.GetWCHAR(), static_cast<std::size_t>(text.GetNumber()));
+      out += Text(text);
     }
     if (const C_ERROR* error = TakeError()) {
       out += error == &CerrFileEndReached            ? u"<end>"
@@ -69,7 +71,7 @@ inline std::u16string Reads(C_FILE* file, const char* kinds) {
 
 inline std::u16string ReadLines(C_FILE* file) {
   std::u16string out;
-  for (C_STRING line; file->Read(&line), !C_ERROR::Is();) out.append(line.GetWCHAR(), line.GetNumber()) += u'|';
+  for (C_STRING line; file->Read(&line), !C_ERROR::Is();) (out += Text(line)) += u'|';
   EXPECT_EQ(TakeError(), &CerrFileEndReached);
   return out;
 }

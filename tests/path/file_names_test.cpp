@@ -1,11 +1,6 @@
-#include <gtest/gtest.h>
-#include <qorc/qorc.h>
-
-#include <string>
+#include "file/file_test_util.h"
 
 namespace {
-
-std::u16string Text(const C_STRING& s) { return std::u16string(s.GetWCHAR(), static_cast<std::size_t>(s.GetNumber())); }
 
 // The results of the name operations, two outputs joined by "|"; outputs
 // start as "old" to show what is cleared and what is kept.

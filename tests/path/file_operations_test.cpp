@@ -10,8 +10,6 @@
 
 namespace {
 
-std::u16string Text(const C_STRING& s) { return std::u16string(s.GetWCHAR(), static_cast<std::size_t>(s.GetNumber())); }
-
 // Runs `call`, which is to leave `error` pending with `extra` as its text
 // (cleared here), or to succeed.
 template <class Call>

@@ -1,16 +1,11 @@
 #include "path/roots.h"
 
-#include <gtest/gtest.h>
-#include <qorc/qorc.h>
 #include <unistd.h>
 
-#include <string>
-
+#include "file/file_test_util.h"
 #include "platform/posix/mountinfo.h"
 
 namespace {
-
-std::u16string Text(const C_STRING& s) { return std::u16string(s.GetWCHAR(), static_cast<std::size_t>(s.GetNumber())); }
 
 void Add(const char16_t* name, const char16_t* dir) { C_FILE::AddRoot(C_STRING(name), C_STRING(dir)); }
 

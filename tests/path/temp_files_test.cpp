@@ -1,17 +1,10 @@
-#include <gtest/gtest.h>
-#include <qorc/qorc.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <string>
 
-#include "support/temp_dir.h"
+#include "file/file_test_util.h"
 
 namespace {
-
-std::u16string Text(const C_STRING& s) { return std::u16string(s.GetWCHAR(), static_cast<std::size_t>(s.GetNumber())); }
 
 std::u16string Lib(std::string native) {
   for (char& c : native) c = c == '/' ? '\\' : c;
@@ -39,8 +32,8 @@ TEST(TempFiles, FirstFreeNamesAndAnonymousFiles) {
   // Names are not reserved: the first free one comes back until it is taken.
   EXPECT_EQ(Text(C_FILE::GetTempFilePath()), Lib(base + "qor0000.tmp"));
   EXPECT_EQ(Text(C_FILE::GetTempFilePath()), Lib(base + "qor0000.tmp"));
-  std::ofstream(dir.File("qor0000.tmp")) << "taken";
-  std::ofstream(dir.File("qor0002.tmp")) << "taken";
+  WriteBytes(dir.File("qor0000.tmp"), "taken");
+  WriteBytes(dir.File("qor0002.tmp"), "taken");
   EXPECT_EQ(Text(C_FILE::GetTempFilePath()), Lib(base + "qor0001.tmp"));
   EXPECT_FALSE(C_ERROR::Is());
 
