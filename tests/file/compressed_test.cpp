@@ -7,6 +7,8 @@
 
 #include "file/file_test_util.h"
 
+using Compressed = FileTest;
+
 namespace {
 
 constexpr int kBlock = C_FILE::COMPRESS_BLOCK_SIZE;
@@ -70,9 +72,8 @@ class Probe : public C_FILE {
 
 }  // namespace
 
-TEST(Compressed, BytesDecodeWithZlibBlockByBlock) {
-  TempDir dir;
-  const std::string path = dir.File("doc.qz"), exact = dir.File("exact"), empty = dir.File("empty");
+TEST_F(Compressed, BytesDecodeWithZlibBlockByBlock) {
+  const std::string exact = dir.File("exact"), empty = dir.File("empty");
   const std::string data = RandomBytes(5 * kBlock + 1234);
   {
     // Flush points end blocks; a flush repeated at one position ends nothing more.
@@ -109,9 +110,7 @@ TEST(Compressed, BytesDecodeWithZlibBlockByBlock) {
   EXPECT_EQ(bytes, data.substr(kBlock + 3, 4));
 }
 
-TEST(Compressed, ReadingInPlaceAtRandomPositions) {
-  TempDir dir;
-  const std::string path = dir.File("doc.qz");
+TEST_F(Compressed, ReadingInPlaceAtRandomPositions) {
   const std::string data = RandomBytes(5 * kBlock + 1234, 3);
   {
     C_FILE file(LibraryPath(path), C_FILE::WRITE, C_FILE::COMPRESSED);
@@ -148,9 +147,7 @@ TEST(Compressed, ReadingInPlaceAtRandomPositions) {
   EXPECT_EQ(file.GetSize(), static_cast<long long>(ReadBytes(path).size()));  // the compressed length
 }
 
-TEST(Compressed, DamagedFiles) {
-  TempDir dir;
-  const std::string path = dir.File("damaged");
+TEST_F(Compressed, DamagedFiles) {
   const std::string good = Record(5000, 'g'), second = Record(3000, 'h');
   const C_ERROR* const kEnd = &CerrFileEndReached;
   const C_ERROR* const kBad = &CerrFileCannotDecompress;
@@ -199,9 +196,8 @@ TEST(Compressed, DamagedFiles) {
   EXPECT_EQ(ReadWhole(path, C_FILE::READ), std::string(5000, 'g'));
 }
 
-TEST(Compressed, WritingInPlace) {
-  TempDir dir;
-  const std::string path = dir.File("direct.qz"), cross = dir.File("cross.qz");
+TEST_F(Compressed, WritingInPlace) {
+  const std::string cross = dir.File("cross.qz");
   const std::string data = RandomBytes(3 * kBlock);
   {
     C_FILE file(LibraryPath(path), C_FILE::WRITE | C_FILE::DIRECT, C_FILE::COMPRESSED);
@@ -231,9 +227,7 @@ TEST(Compressed, WritingInPlace) {
   EXPECT_EQ(DecodeWithZlib(ReadBytes(cross)), (std::vector<std::string>{data.substr(0, kBlock - 1), "yz"}));
 }
 
-TEST(Compressed, SwitchAndUpdate) {
-  TempDir dir;
-  const std::string path = dir.File("doc.qz");
+TEST_F(Compressed, SwitchAndUpdate) {
   WriteCompressed(path, "payload");
   const std::string stored = ReadBytes(path);
   {

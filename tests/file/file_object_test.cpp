@@ -11,9 +11,10 @@
 #include "file/file_test_util.h"
 #include "support/child_process.h"
 
-TEST(FileObject, KindFollowsTheByteOrderMark) {
-  TempDir dir;
-  const std::string path = dir.File("kind.txt"), bom = "\xFF\xFE";
+using FileObject = FileTest;
+
+TEST_F(FileObject, KindFollowsTheByteOrderMark) {
+  const std::string bom = "\xFF\xFE";
   const C_STRING expanded = LibraryPath(path, true);
   const struct {
     std::string bytes;
@@ -48,9 +49,7 @@ TEST(FileObject, KindFollowsTheByteOrderMark) {
   EXPECT_EQ(TakeError(), nullptr);
 }
 
-TEST(FileObject, FailedOpensLeaveAClosedObject) {
-  TempDir dir;
-  const std::string path = dir.File("missing.txt");
+TEST_F(FileObject, FailedOpensLeaveAClosedObject) {
   const C_STRING expanded = LibraryPath(path, true);
   C_FILE missing(LibraryPath(path), C_FILE::READ, C_FILE::AUTO);
   EXPECT_TRUE(C_ERROR::GetPendingExtra() == expanded);
@@ -79,9 +78,7 @@ TEST(FileObject, FailedOpensLeaveAClosedObject) {
   EXPECT_EQ(TakeError(), nullptr);
 }
 
-TEST(FileObject, PositionSizeLinesAndCopies) {
-  TempDir dir;
-  const std::string path = dir.File("lines.txt");
+TEST_F(FileObject, PositionSizeLinesAndCopies) {
   C_FILE file(LibraryPath(path), C_FILE::WRITE, C_FILE::TEXT);
   EXPECT_TRUE(file.GetPath() == LibraryPath(path));
   file.Write(11, "one\ntwo\nthr");
@@ -125,7 +122,7 @@ TEST(FileObject, PositionSizeLinesAndCopies) {
   EXPECT_EQ(TakeError(), nullptr);
 }
 
-TEST(FileObject, FullDeviceGivesNotEnoughSpace) {
+TEST_F(FileObject, FullDeviceGivesNotEnoughSpace) {
   const C_STRING expanded = LibraryPath("/dev/full", true);
   // Buffered bytes fail at the flush, or at the close where the temporary
   // file of the compressed format took them first.
@@ -152,8 +149,7 @@ TEST(FileObject, FullDeviceGivesNotEnoughSpace) {
   EXPECT_EQ(TakeError(), &CerrFileNotEnoughSpace);
 }
 
-TEST(FileObject, WritesFailingPartWay) {
-  TempDir dir;
+TEST_F(FileObject, WritesFailingPartWay) {
   // A file-size limit is another cause than a full device.
   const int limited = RunInChild([&]() -> int {
     signal(SIGXFSZ, SIG_IGN);

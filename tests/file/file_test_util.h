@@ -22,6 +22,13 @@ inline void WriteBytes(const std::string& path, const std::string& bytes) {
   std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
 }
 
+// Each test gets a fresh temporary directory and a file path in it.
+class FileTest : public testing::Test {
+ protected:
+  TempDir dir;
+  const std::string path = dir.File("file");
+};
+
 inline std::u16string Text(const C_STRING& s) { return std::u16string(s.GetWCHAR(), s.GetNumber()); }
 
 inline C_STRING LibraryPath(const std::string& path, bool expanded = false) {

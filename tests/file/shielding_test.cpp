@@ -5,6 +5,8 @@
 
 #include "file/file_test_util.h"
 
+using Shielding = FileTest;
+
 namespace {
 
 std::string Shield(const std::string& bytes) {
@@ -29,7 +31,7 @@ std::string Unshield(const std::string& text, int length = -1) {
 
 }  // namespace
 
-TEST(Shielding, StringFormKnownValuesAndRoundTrips) {
+TEST_F(Shielding, StringFormKnownValuesAndRoundTrips) {
   for (const auto& [bytes, text] : {std::pair{"\1\2\3", "018k0"}, std::pair{"\xFF", "1z300"}}) {
     EXPECT_EQ(Shield(bytes), text);
     EXPECT_EQ(Unshield(text), bytes);
@@ -45,7 +47,7 @@ TEST(Shielding, StringFormKnownValuesAndRoundTrips) {
   }
 }
 
-TEST(Shielding, BadTextIsRefusedOrCutWithoutOverrun) {
+TEST_F(Shielding, BadTextIsRefusedOrCutWithoutOverrun) {
   // A first character that cannot tell the byte count is refused.
   void* data = reinterpret_cast<void*>(1);
   int n = 5;
@@ -60,9 +62,8 @@ TEST(Shielding, BadTextIsRefusedOrCutWithoutOverrun) {
   EXPECT_EQ(TakeError(), nullptr);
 }
 
-TEST(ShieldedFile, RoundTripsInEveryRoute) {
-  TempDir dir;
-  const std::string path = dir.File("r"), data = RandomBytes(5000);
+TEST_F(Shielding, FileRoundTripsInEveryRoute) {
+  const std::string data = RandomBytes(5000);
   for (const auto& [direct, type] : {std::pair{0, C_FILE::BINARY}, std::pair{0, C_FILE::COMPRESSED},
                                      std::pair{C_FILE::DIRECT, C_FILE::COMPRESSED}}) {
     {
@@ -89,9 +90,7 @@ TEST(ShieldedFile, RoundTripsInEveryRoute) {
   }
 }
 
-TEST(ShieldedFile, LayoutAndDamagedBlocks) {
-  TempDir dir;
-  const std::string path = dir.File("d.txt");
+TEST_F(Shielding, FileLayoutAndDamagedBlocks) {
   const C_STRING expanded = LibraryPath(path, true);
   const std::string data = RandomBytes(60) + "\1";
   {

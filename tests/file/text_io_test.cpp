@@ -8,6 +8,8 @@
 #include "file/file_test_util.h"
 #include "foundation/library.h"
 
+using TextIo = FileTest;
+
 namespace {
 
 struct CodePage {
@@ -18,9 +20,7 @@ struct CodePage {
 
 }  // namespace
 
-TEST(TextIo, WritingInEachKind) {
-  TempDir dir;
-  const std::string path = dir.File("w.txt");
+TEST_F(TextIo, WritingInEachKind) {
   const struct {
     C_FILE::TYPE type;
     bool coding;
@@ -51,9 +51,7 @@ TEST(TextIo, WritingInEachKind) {
   }
 }
 
-TEST(TextIo, ReadingLinesTokensAndCharacters) {
-  TempDir dir;
-  const std::string path = dir.File("r.txt");
+TEST_F(TextIo, ReadingLinesTokensAndCharacters) {
   // Line ends across the stream's buffer boundaries.
   std::string across;
   std::u16string acrossLines;
@@ -95,9 +93,7 @@ TEST(TextIo, ReadingLinesTokensAndCharacters) {
   }
 }
 
-TEST(TextIo, CompressedInPlaceText) {
-  TempDir dir;
-  const std::string path = dir.File("t.qz");
+TEST_F(TextIo, CompressedInPlaceText) {
   {
     C_FILE file(LibraryPath(path), C_FILE::WRITE | C_FILE::DIRECT, C_FILE::COMPRESSED);
     file.Write(C_STRING(u"first\r"));
@@ -120,9 +116,7 @@ TEST(TextIo, CompressedInPlaceText) {
   EXPECT_EQ(Reads(&file, "l"), u"second\u00E9|");
 }
 
-TEST(TextIo, FormattedValues) {
-  TempDir dir;
-  const std::string path = dir.File("f.txt");
+TEST_F(TextIo, FormattedValues) {
   {
     C_FILE file(LibraryPath(path), C_FILE::WRITE, C_FILE::TEXT);
     file.Write(2, 3, C_STRING(u"%d-%d"));
@@ -151,9 +145,7 @@ TEST(TextIo, FormattedValues) {
   EXPECT_EQ(file.GetSize(), 0);
 }
 
-TEST(TextIo, BareStreams) {
-  TempDir dir;
-  const std::string path = dir.File("bare.txt");
+TEST_F(TextIo, BareStreams) {
   CodePage utf8(65001);
   std::FILE* out = std::fopen(path.c_str(), "w");
   for (const char16_t* text : {u"\u00E9t\u00E9\r\n", u"", u"last"}) C_FILE::WriteFile(out, C_STRING(text));
