@@ -196,7 +196,7 @@ TEST_F(Compressed, DamagedFiles) {
   EXPECT_EQ(ReadWhole(path, C_FILE::READ), std::string(5000, 'g'));
 }
 
-TEST_F(Compressed, WritingInPlace) {
+TEST_F(Compressed, WritingInPlaceSwitchAndUpdate) {
   const std::string cross = dir.File("cross.qz");
   const std::string data = RandomBytes(3 * kBlock);
   {
@@ -225,9 +225,7 @@ TEST_F(Compressed, WritingInPlace) {
     EXPECT_EQ(put, 3);
   }
   EXPECT_EQ(DecodeWithZlib(ReadBytes(cross)), (std::vector<std::string>{data.substr(0, kBlock - 1), "yz"}));
-}
 
-TEST_F(Compressed, SwitchAndUpdate) {
   WriteCompressed(path, "payload");
   const std::string stored = ReadBytes(path);
   {

@@ -13,7 +13,7 @@
 
 using FileObject = FileTest;
 
-TEST_F(FileObject, KindFollowsTheByteOrderMark) {
+TEST_F(FileObject, KindByTheMarkAndFailedOpens) {
   const std::string bom = "\xFF\xFE";
   const C_STRING expanded = LibraryPath(path, true);
   const struct {
@@ -47,10 +47,9 @@ TEST_F(FileObject, KindFollowsTheByteOrderMark) {
   }
   EXPECT_EQ(ReadBytes(path), std::string("\377\376b\0", 4));
   EXPECT_EQ(TakeError(), nullptr);
-}
 
-TEST_F(FileObject, FailedOpensLeaveAClosedObject) {
-  const C_STRING expanded = LibraryPath(path, true);
+  // A failed open leaves a closed object.
+  std::filesystem::remove(path);
   C_FILE missing(LibraryPath(path), C_FILE::READ, C_FILE::AUTO);
   EXPECT_TRUE(C_ERROR::GetPendingExtra() == expanded);
   EXPECT_EQ(TakeError(), &CerrFileCannotOpen);

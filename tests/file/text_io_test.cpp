@@ -116,7 +116,7 @@ TEST_F(TextIo, CompressedInPlaceText) {
   EXPECT_EQ(Reads(&file, "l"), u"second\u00E9|");
 }
 
-TEST_F(TextIo, FormattedValues) {
+TEST_F(TextIo, FormattedValuesAndBareStreams) {
   {
     C_FILE file(LibraryPath(path), C_FILE::WRITE, C_FILE::TEXT);
     file.Write(2, 3, C_STRING(u"%d-%d"));
@@ -143,9 +143,8 @@ TEST_F(TextIo, FormattedValues) {
   file.Write(1, 2, C_STRING(u"%70000d"));
   EXPECT_EQ(TakeError(), &CerrValueTooHigh);
   EXPECT_EQ(file.GetSize(), 0);
-}
 
-TEST_F(TextIo, BareStreams) {
+  // Bare streams, in the code page.
   CodePage utf8(65001);
   std::FILE* out = std::fopen(path.c_str(), "w");
   for (const char16_t* text : {u"\u00E9t\u00E9\r\n", u"", u"last"}) C_FILE::WriteFile(out, C_STRING(text));

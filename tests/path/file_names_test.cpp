@@ -31,7 +31,7 @@ std::u16string Apply(void (*op)(C_STRING*), const char16_t* text) {
   return Text(path);
 }
 
-TEST(FileNames, JoinSplitAndShrinkAreLiteral) {
+TEST(FileNames, NameOperationsAreLiteral) {
   EXPECT_EQ(Apply(C_FILE::CleanPath, u"a/b\\c//d"), u"a\\b\\c\\\\d");
   C_STRING path;
   C_FILE::MakePath(C_STRING(u"C:\\dir\\"), C_STRING(u"f.txt"), &path);
@@ -82,9 +82,7 @@ TEST(FileNames, JoinSplitAndShrinkAreLiteral) {
   EXPECT_EQ(compact(u"averyveryverylongname.txt", 10), u"averyve...");
   EXPECT_EQ(compact(u"C:\\a\\b\\c.txt", 3), u"...");
   EXPECT_EQ(compact(u"C:\\a\\b\\c.txt", 0), u"");
-}
 
-TEST(FileNames, SuffixesAndIndexes) {
   EXPECT_EQ(Get(C_FILE::GetPrefix, C_STRING(u"dir.v\\file.txt")), u"dir.v\\file");
   EXPECT_EQ(Get(C_FILE::GetPrefix, C_STRING(u"noext")), u"");
   // Getting and removing the last suffix pass separators; setting stops there.
@@ -93,7 +91,7 @@ TEST(FileNames, SuffixesAndIndexes) {
   EXPECT_EQ(Set(C_FILE::SetLastSuffix, u"", u"C:\\v1.2\\file.doc"), u"C:\\v1.2\\file.");
   EXPECT_EQ(Remove(C_FILE::RemoveLastSuffix, u"a.tar.gz"), u"a.tar|gz");
   EXPECT_EQ(Remove(C_FILE::RemoveLastSuffix, u"plain"), u"plain|");
-  C_STRING path(u"a.b");
+  path = u"a.b";
   C_FILE::RemoveLastSuffix(&path, nullptr);  // the suffix is not wanted
   EXPECT_EQ(Text(path), u"a");
 

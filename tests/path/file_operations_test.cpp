@@ -62,7 +62,7 @@ class FileOperations : public testing::Test {
   TempDir dir_;
 };
 
-TEST_F(FileOperations, ExistenceAndReadOnly) {
+TEST_F(FileOperations, ExistenceReadOnlyRemoveAndRename) {
   WriteBytes(F("ro.txt"), "keep");
   EXPECT_TRUE(C_FILE::Exists(C_STRING(u"$T\\ro.txt")));
   EXPECT_TRUE(C_FILE::Exists(Lib("")));
@@ -81,9 +81,7 @@ TEST_F(FileOperations, ExistenceAndReadOnly) {
   EXPECT_EQ(ReadBytes(F("ro.txt")), "keep");
   Succeeds([&] { C_FILE::SetReadOnly(path, false); });
   EXPECT_FALSE(C_FILE::IsReadOnly(path));
-}
 
-TEST_F(FileOperations, RemoveAndRenameReportWhatWentWrong) {
   WriteBytes(F("gone.txt"), "x");
   const C_STRING gone(u"$T/gone.txt");
   Succeeds([&] { C_FILE::Remove(gone); });
@@ -150,9 +148,8 @@ TEST_F(FileOperations, CopyKeepsContentPermissionsAndTime) {
   CcharUnicode = saved;
   EXPECT_EQ(ReadBytes(F("narrow.bin")), content);
   EXPECT_TRUE(g_fractions.empty());
-}
 
-TEST_F(FileOperations, CopyOntoItselfDoesNothing) {
+  // A copy onto the file itself does nothing.
   WriteBytes(F("self.txt"), "content");
   Succeeds([&] { C_FILE::Copy(Lib("self.txt"), Lib("self.txt"), true); });
   // Written two ways: the same file by its text.
