@@ -3,6 +3,7 @@
 #include <zlib.h>
 
 #include <cstring>
+#include <tuple>
 #include <vector>
 
 #include "file/file_test_util.h"
@@ -151,13 +152,9 @@ TEST_F(Compressed, DamagedFiles) {
   const std::string good = Record(5000, 'g'), second = Record(3000, 'h');
   const C_ERROR* const kEnd = &CerrFileEndReached;
   const C_ERROR* const kBad = &CerrFileCannotDecompress;
-  const struct {
-    const char* name;
-    std::string bytes;
-    const C_ERROR* readError;   // of reading everything in place
-    const C_ERROR* checkError;  // of CheckCompression
-    int bytesRead;              // in place and through the temporary file
-  } cases[] = {
+  // Errors of reading everything in place and of CheckCompression, bytes read
+  // in place and through the temporary file.
+  const std::tuple<const char*, std::string, const C_ERROR*, const C_ERROR*, int> cases[] = {
       {"sound", kMagic + good + second, kEnd, nullptr, 8000},
       {"magic alone", kMagic, kEnd, nullptr, 0},
       // Without the magic, the file is read as it stands.
@@ -169,21 +166,21 @@ TEST_F(Compressed, DamagedFiles) {
       {"uncompressed length beyond block", kMagic + good + Le32Bytes(kBlock + 1) + second.substr(4), kBad, kBad, 5000},
       {"more than the buffer inside", kMagic + Le32Bytes(100) + Record(kBlock + 200, 'z').substr(4), kBad, kBad, 0},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    WriteBytes(path, c.bytes);
+  for (const auto& [name, bytes, readError, checkError, bytesRead] : cases) {
+    SCOPED_TRACE(name);
+    WriteBytes(path, bytes);
     C_FILE direct(LibraryPath(path), C_FILE::READ | C_FILE::DIRECT, C_FILE::COMPRESSED);
     std::vector<char> all(20000);
     int got = -1;
     direct.Read(static_cast<int>(all.size()), all.data(), &got);
-    EXPECT_EQ(TakeError(), c.readError);
-    EXPECT_EQ(got, c.bytesRead);
+    EXPECT_EQ(TakeError(), readError);
+    EXPECT_EQ(got, bytesRead);
     C_FILE::CheckCompression(LibraryPath(path));
-    EXPECT_EQ(TakeError(), c.checkError);
+    EXPECT_EQ(TakeError(), checkError);
     // The temporary route takes a cut record as the end of the blocks.
     C_FILE file(LibraryPath(path), C_FILE::READ, C_FILE::COMPRESSED);
-    EXPECT_EQ(TakeError(), c.readError == kBad ? kBad : nullptr);
-    EXPECT_EQ(file.GetSize(), c.bytesRead);
+    EXPECT_EQ(TakeError(), readError == kBad ? kBad : nullptr);
+    EXPECT_EQ(file.GetSize(), bytesRead);
   }
   // A file without blocks has no position to go to.
   WriteBytes(path, kMagic);

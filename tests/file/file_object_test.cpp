@@ -16,12 +16,8 @@ using FileObject = FileTest;
 TEST_F(FileObject, KindByTheMarkAndFailedOpens) {
   const std::string bom = "\xFF\xFE";
   const C_STRING expanded = LibraryPath(path, true);
-  const struct {
-    std::string bytes;
-    C_FILE::TYPE requested, type;
-    const C_ERROR* error;
-    const char16_t* lines;
-  } cases[] = {
+  // Bytes, the type asked for, the type found, the error and the lines.
+  const std::tuple<std::string, C_FILE::TYPE, C_FILE::TYPE, const C_ERROR*, const char16_t*> cases[] = {
       {"plain\nnext", C_FILE::AUTO, C_FILE::TEXT, nullptr, u"plain|next|"},
       {"", C_FILE::AUTO, C_FILE::TEXT, nullptr, u""},
       {bom + std::string("h\0i\0\r\0\n\0", 8), C_FILE::AUTO, C_FILE::UNICODE, nullptr, u"hi|"},
@@ -30,14 +26,14 @@ TEST_F(FileObject, KindByTheMarkAndFailedOpens) {
       {"abc", C_FILE::UNICODE, C_FILE::UNICODE, &CerrFileIsNotUnicode, u""},
       {bom + std::string("a\0", 2), C_FILE::TEXT, C_FILE::TEXT, &CerrFileIsUnicode, u""},
   };
-  for (const auto& c : cases) {
-    WriteBytes(path, c.bytes);
-    C_FILE file(LibraryPath(path), C_FILE::READ, c.requested);
-    EXPECT_TRUE(c.error == nullptr || C_ERROR::GetPendingExtra() == expanded);
-    EXPECT_EQ(TakeError(), c.error);
-    if (c.error != nullptr) continue;
-    EXPECT_EQ(file.GetType(), c.type);
-    EXPECT_EQ(ReadLines(&file), c.lines);
+  for (const auto& [bytes, requested, type, error, lines] : cases) {
+    WriteBytes(path, bytes);
+    C_FILE file(LibraryPath(path), C_FILE::READ, requested);
+    EXPECT_TRUE(error == nullptr || C_ERROR::GetPendingExtra() == expanded);
+    EXPECT_EQ(TakeError(), error);
+    if (error != nullptr) continue;
+    EXPECT_EQ(file.GetType(), type);
+    EXPECT_EQ(ReadLines(&file), lines);
   }
   // An unmarked file updated as UNICODE gets the mark over its first unit.
   WriteBytes(path, std::string("a\0b\0", 4));

@@ -4,6 +4,7 @@
 // byte 0xFF, followed by four hexadecimal digits.
 
 #include <cstdio>
+#include <tuple>
 
 #include "file/file_test_util.h"
 #include "foundation/library.h"
@@ -21,21 +22,17 @@ struct CodePage {
 }  // namespace
 
 TEST_F(TextIo, WritingInEachKind) {
-  const struct {
-    C_FILE::TYPE type;
-    bool coding;
-    std::string bytes;
-  } cases[] = {
+  const std::tuple<C_FILE::TYPE, bool, std::string> cases[] = {
       {C_FILE::TEXT, true, "\37720AC\351\nnarrow!\3774E2D\n"},
       {C_FILE::TEXT, false, "\342\202\254\303\251\nnarrow!\344\270\255\n"},
       {C_FILE::UNICODE, true, std::string("\377\376\254 \351\0\r\0\n\0n\0a\0r\0r\0o\0w\0!\0-N\r\0\n\0", 30)},
       {C_FILE::BINARY, true, std::string("\254 \351\0\nnarrow!-N\n", 15)},
   };
   CodePage utf8(65001);
-  for (const auto& c : cases) {
+  for (const auto& [type, coding, bytes] : cases) {
     {
-      C_FILE file(LibraryPath(path), C_FILE::WRITE, c.type);
-      file.SetCoding(c.coding);
+      C_FILE file(LibraryPath(path), C_FILE::WRITE, type);
+      file.SetCoding(coding);
       file.Write(C_STRING(u"\u20AC\u00E9"));
       file.WriteEOL();
       file.Write("narrow");
@@ -43,10 +40,10 @@ TEST_F(TextIo, WritingInEachKind) {
       file.Write(C_CHAR(u'\u4E2D'));
       file.WriteEOL();
     }
-    EXPECT_EQ(ReadBytes(path), c.bytes);
-    if (c.type == C_FILE::BINARY) continue;
-    C_FILE file(LibraryPath(path), C_FILE::READ, c.coding ? C_FILE::AUTO : C_FILE::TEXT);
-    file.SetCoding(c.coding);
+    EXPECT_EQ(ReadBytes(path), bytes);
+    if (type == C_FILE::BINARY) continue;
+    C_FILE file(LibraryPath(path), C_FILE::READ, coding ? C_FILE::AUTO : C_FILE::TEXT);
+    file.SetCoding(coding);
     EXPECT_EQ(ReadLines(&file), u"\u20AC\u00E9|narrow!\u4E2D|");
   }
 }
@@ -60,12 +57,8 @@ TEST_F(TextIo, ReadingLinesTokensAndCharacters) {
     across += std::string(length, static_cast<char>('a' + i)) + (i % 2 == 0 ? "\n\r" : "\r\n");
     acrossLines += std::u16string(length, static_cast<char16_t>(u'a' + i)) + u"|";
   }
-  const struct {
-    int page;  // 0: coded text
-    std::string bytes;
-    const char* kinds;
-    std::u16string read;
-  } cases[] = {
+  // Code page (0: coded text), bytes, the reads and what they give.
+  const std::tuple<int, std::string, const char*, std::u16string> cases[] = {
       // Coded text: CR, LF, CR LF and LF CR each end a line; escapes are decoded.
       {0, "A\r\nB\n\rC", "llll", u"A|B|C|<end>|"},
       {0, "x\r\ry\n\nz\n", "llllll", u"x||y||z|<end>|"},
@@ -84,12 +77,12 @@ TEST_F(TextIo, ReadingLinesTokensAndCharacters) {
       {0, std::string("\xFF\xFE \0x\0\xAC\x20\n\0z\0", 12), "tt", u"x\u20AC|z<end>|"},
       {0, std::string("\xFE\xFF\0a\0\r\0b\0\n\0c", 12), "cclll", u"a|b||c|<end>|"},
   };
-  for (const auto& c : cases) {
-    CodePage page(c.page == 0 ? 1252 : c.page);
-    WriteBytes(path, c.bytes);
+  for (const auto& [page, bytes, kinds, read] : cases) {
+    CodePage scoped(page == 0 ? 1252 : page);
+    WriteBytes(path, bytes);
     C_FILE file(LibraryPath(path), C_FILE::READ, C_FILE::AUTO);
-    file.SetCoding(c.page == 0);
-    EXPECT_EQ(Reads(&file, c.kinds), c.read) << c.kinds;
+    file.SetCoding(page == 0);
+    EXPECT_EQ(Reads(&file, kinds), read) << kinds;
   }
 }
 
