@@ -65,8 +65,7 @@ std::string ReadWhole(const std::string& path, int mode) {
   return out.substr(0, static_cast<std::size_t>(got));
 }
 
-class Probe : public C_FILE {
- public:
+struct Probe : C_FILE {
   using C_FILE::C_FILE;
   using C_FILE::WriteCompress;
 };

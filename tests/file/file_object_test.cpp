@@ -117,7 +117,7 @@ TEST_F(FileObject, PositionSizeLinesAndCopies) {
   EXPECT_EQ(TakeError(), nullptr);
 }
 
-TEST_F(FileObject, FullDeviceGivesNotEnoughSpace) {
+TEST_F(FileObject, FullDevicesAndWritesFailingPartWay) {
   const C_STRING expanded = LibraryPath("/dev/full", true);
   // Buffered bytes fail at the flush, or at the close where the temporary
   // file of the compressed format took them first.
@@ -142,9 +142,6 @@ TEST_F(FileObject, FullDeviceGivesNotEnoughSpace) {
   file.Write(100000, RandomBytes(100000).data(), &put);
   EXPECT_LT(put, 100000);
   EXPECT_EQ(TakeError(), &CerrFileNotEnoughSpace);
-}
-
-TEST_F(FileObject, WritesFailingPartWay) {
   // A file-size limit is another cause than a full device.
   const int limited = RunInChild([&]() -> int {
     signal(SIGXFSZ, SIG_IGN);
