@@ -73,7 +73,6 @@ struct Probe : C_FILE {
 }  // namespace
 
 TEST_F(Compressed, BytesDecodeWithZlibBlockByBlock) {
-  const std::string exact = dir.File("exact"), empty = dir.File("empty");
   const std::string data = RandomBytes(5 * kBlock + 1234);
   {
     // Flush points end blocks; a flush repeated at one position ends nothing more.
@@ -97,10 +96,10 @@ TEST_F(Compressed, BytesDecodeWithZlibBlockByBlock) {
   EXPECT_EQ(joined, data);
   EXPECT_EQ(ReadWhole(path, C_FILE::READ), data);
   EXPECT_EQ(ReadWhole(path, C_FILE::READ | C_FILE::DIRECT), data);
-  WriteCompressed(exact, std::string(kBlock, 'a'));
-  EXPECT_EQ(DecodeWithZlib(ReadBytes(exact)).size(), 1u);
-  WriteCompressed(empty, "");
-  EXPECT_EQ(ReadBytes(empty), kMagic);
+  WriteCompressed(dir.File("exact"), std::string(kBlock, 'a'));
+  EXPECT_EQ(DecodeWithZlib(ReadBytes(dir.File("exact"))).size(), 1u);
+  WriteCompressed(dir.File("empty"), "");
+  EXPECT_EQ(ReadBytes(dir.File("empty")), kMagic);
   // Through the temporary file, positions and size are the plain bytes'.
   C_FILE file(LibraryPath(path), C_FILE::READ, C_FILE::COMPRESSED);
   EXPECT_EQ(file.GetSize(), static_cast<long long>(data.size()));

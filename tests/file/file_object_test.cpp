@@ -13,7 +13,7 @@
 
 using FileObject = FileTest;
 
-TEST_F(FileObject, KindByTheMarkAndFailedOpens) {
+TEST_F(FileObject, KindOpensPositionSizeLinesAndCopies) {
   const std::string bom = "\xFF\xFE";
   const C_STRING expanded = LibraryPath(path, true);
   // Bytes, the type asked for, the type found, the error and the lines.
@@ -71,9 +71,8 @@ TEST_F(FileObject, KindByTheMarkAndFailedOpens) {
   EXPECT_EQ((std::vector<long long>{missing.GetPosit(), missing.GetSize(), missing.GetLine(), got}),
             (std::vector<long long>{0, 0, 0, 0}));
   EXPECT_EQ(TakeError(), nullptr);
-}
 
-TEST_F(FileObject, PositionSizeLinesAndCopies) {
+  // Position, size and lines.
   C_FILE file(LibraryPath(path), C_FILE::WRITE, C_FILE::TEXT);
   EXPECT_TRUE(file.GetPath() == LibraryPath(path));
   file.Write(11, "one\ntwo\nthr");

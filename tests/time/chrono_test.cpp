@@ -32,7 +32,7 @@ struct TickAt {
   long long shift;
 };
 
-TEST(Chrono, MeasuresRunningTimeAcrossTheWrapWithAFactor) {
+TEST(Chrono, RunningTimeFactorAndDelayAcrossTheWrap) {
   C_CHRONO chrono;
   SleepMeasured(50);
   EXPECT_EQ(chrono.GetDuration(), 0u);
@@ -95,9 +95,8 @@ TEST(Chrono, MeasuresRunningTimeAcrossTheWrapWithAFactor) {
   EXPECT_EQ(chrono.GetDuration(), 0u);
   chrono.Stop();
   EXPECT_EQ(chrono.GetDuration(), 0u);
-}
 
-TEST(Delay, IsOverOnceItsTimeHasPassed) {
+  // A delay is over once its time has passed.
   C_DELAY delay;
   EXPECT_TRUE(delay.IsOver());
   delay.Init(0, 0, 200);
