@@ -146,7 +146,7 @@ TEST_F(Compressed, ReadingInPlaceAtRandomPositions) {
   EXPECT_EQ(file.GetSize(), static_cast<long long>(ReadBytes(path).size()));  // the compressed length
 }
 
-TEST_F(Compressed, DamagedFiles) {
+TEST_F(Compressed, DamagedFilesWritingInPlaceSwitchAndUpdate) {
   const std::string good = Record(5000, 'g'), second = Record(3000, 'h');
   const C_ERROR* const kEnd = &CerrFileEndReached;
   const C_ERROR* const kBad = &CerrFileCannotDecompress;
@@ -189,9 +189,8 @@ TEST_F(Compressed, DamagedFiles) {
   // block holding what came out before it: here nothing.
   WriteBytes(path, kMagic + Le32Bytes(100) + Le32Bytes(20) + std::string(20, '\x55') + good);
   EXPECT_EQ(ReadWhole(path, C_FILE::READ), std::string(5000, 'g'));
-}
 
-TEST_F(Compressed, WritingInPlaceSwitchAndUpdate) {
+  // Writing in place.
   const std::string cross = dir.File("cross.qz");
   const std::string data = RandomBytes(3 * kBlock);
   {

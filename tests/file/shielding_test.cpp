@@ -60,7 +60,7 @@ TEST_F(Shielding, StringFormAndBadText) {
   EXPECT_EQ(TakeError(), nullptr);
 }
 
-TEST_F(Shielding, FileRoundTripsInEveryRoute) {
+TEST_F(Shielding, FileRoundTripsLayoutAndDamagedBlocks) {
   const std::string data = RandomBytes(5000);
   for (const auto& [direct, type] : {std::pair{0, C_FILE::BINARY}, std::pair{0, C_FILE::COMPRESSED},
                                      std::pair{C_FILE::DIRECT, C_FILE::COMPRESSED}}) {
@@ -86,17 +86,16 @@ TEST_F(Shielding, FileRoundTripsInEveryRoute) {
     EXPECT_EQ(read, 0);
     EXPECT_EQ(TakeError(), &CerrFileEndReached);
   }
-}
 
-TEST_F(Shielding, FileLayoutAndDamagedBlocks) {
+  // The layout of a block, and damaged blocks.
   const C_STRING expanded = LibraryPath(path, true);
-  const std::string data = RandomBytes(60) + "\1";
+  const std::string small = RandomBytes(60) + "\1";
   {
     C_FILE file(LibraryPath(path), C_FILE::WRITE, C_FILE::BINARY);
     int consumed = -1, written = -1;
     file.WriteShielded(0, nullptr, &consumed, &written);
     EXPECT_EQ(consumed + written, 0);
-    file.WriteShielded(61, const_cast<char*>(data.data()), &consumed, &written);
+    file.WriteShielded(61, const_cast<char*>(small.data()), &consumed, &written);
     EXPECT_EQ(consumed, 61);
     EXPECT_EQ(written, 86);
   }
@@ -116,7 +115,7 @@ TEST_F(Shielding, FileLayoutAndDamagedBlocks) {
     int decoded = 0, read = 0;
     file.ReadShielded(61, out.data(), &decoded, &read);
     EXPECT_EQ(read, static_cast<int>(bytes.size()));
-    EXPECT_EQ(out.substr(0, decoded), data.substr(0, stored));
+    EXPECT_EQ(out.substr(0, decoded), small.substr(0, stored));
     EXPECT_TRUE(C_ERROR::GetPendingExtra() == expanded);
     EXPECT_EQ(TakeError(), bytes.size() < 86 ? &CerrFileEndReached : &CerrFileContainsInvalidCode);
   }

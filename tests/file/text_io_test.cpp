@@ -21,7 +21,7 @@ struct CodePage {
 
 }  // namespace
 
-TEST_F(TextIo, WritingInEachKind) {
+TEST_F(TextIo, WritingAndReadingLinesTokensAndCharacters) {
   const std::tuple<C_FILE::TYPE, bool, std::string> cases[] = {
       {C_FILE::TEXT, true, "\37720AC\351\nnarrow!\3774E2D\n"},
       {C_FILE::TEXT, false, "\342\202\254\303\251\nnarrow!\344\270\255\n"},
@@ -46,9 +46,7 @@ TEST_F(TextIo, WritingInEachKind) {
     file.SetCoding(coding);
     EXPECT_EQ(ReadLines(&file), u"\u20AC\u00E9|narrow!\u4E2D|");
   }
-}
 
-TEST_F(TextIo, ReadingLinesTokensAndCharacters) {
   // Line ends across the stream's buffer boundaries.
   std::string across;
   std::u16string acrossLines;
@@ -58,7 +56,7 @@ TEST_F(TextIo, ReadingLinesTokensAndCharacters) {
     acrossLines += std::u16string(length, static_cast<char16_t>(u'a' + i)) + u"|";
   }
   // Code page (0: coded text), bytes, the reads and what they give.
-  const std::tuple<int, std::string, const char*, std::u16string> cases[] = {
+  const std::tuple<int, std::string, const char*, std::u16string> reads[] = {
       // Coded text: CR, LF, CR LF and LF CR each end a line; escapes are decoded.
       {0, "A\r\nB\n\rC", "llll", u"A|B|C|<end>|"},
       {0, "x\r\ry\n\nz\n", "llllll", u"x||y||z|<end>|"},
@@ -77,7 +75,7 @@ TEST_F(TextIo, ReadingLinesTokensAndCharacters) {
       {0, std::string("\xFF\xFE \0x\0\xAC\x20\n\0z\0", 12), "tt", u"x\u20AC|z<end>|"},
       {0, std::string("\xFE\xFF\0a\0\r\0b\0\n\0c", 12), "cclll", u"a|b||c|<end>|"},
   };
-  for (const auto& [page, bytes, kinds, read] : cases) {
+  for (const auto& [page, bytes, kinds, read] : reads) {
     CodePage scoped(page == 0 ? 1252 : page);
     WriteBytes(path, bytes);
     C_FILE file(LibraryPath(path), C_FILE::READ, C_FILE::AUTO);
