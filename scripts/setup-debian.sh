@@ -2,8 +2,9 @@
 # Installs the Debian packages that building and testing qorc needs, when missing.
 set -euo pipefail
 packages=(build-essential cmake ninja-build pkg-config clang libclang-rt-14-dev
-  zlib1g-dev libcrypto++-dev libicu-dev libsqlite3-dev libgsf-1-dev
-  libgtest-dev libbenchmark-dev libmimalloc-dev)
+  zlib1g-dev libdeflate-dev libcrypto++-dev libicu-dev libsqlite3-dev libgsf-1-dev
+  libcli11-dev libgtest-dev libbenchmark-dev libmimalloc-dev
+  python3 python3-olefile libgsf-bin sqlite3 gzip zstd)
 missing=()
 for package in "${packages[@]}"; do
   dpkg -s "$package" >/dev/null 2>&1 || missing+=("$package")
