@@ -262,6 +262,25 @@ TEST(Serial, WriteSendsTheEightBitTextAsItIs) {
   EXPECT_EQ(instrument->Finish(), 0);
 }
 
+TEST(Serial, InstrumentHoldsTheLineWithXoff) {
+  // XOFF from the instrument holds what the library sends until XON; the
+  // flow-control characters never reach the text read.
+  auto instrument = StartInstrument({"expect=19", "send=\\x13", "quiet=1000", "send=\\x11", "expect=held", "expect=17",
+                                     "send=\\n\\x13\\x11ok\\r\\n", "expect=19", "closed"});
+  C_SERIAL serial(PortName(instrument->port()), C_SERIAL::BAUD_9600, C_SERIAL::PARITY_NONE, C_SERIAL::STOP_1);
+  ASSERT_TRUE(serial.IsOpen());
+  usleep(200000);
+  const auto start = steady_clock::now();
+  serial.Write(u"held");
+  EXPECT_GE(MillisecondsSince(start), 250);
+  EXPECT_FALSE(C_ERROR::Is());
+  C_STRING line;
+  serial.Read(&line);
+  EXPECT_TRUE(line == u"ok");
+  serial = C_SERIAL();
+  EXPECT_EQ(instrument->Finish(), 0);
+}
+
 TEST(Serial, SilentInstrumentTimesOutAfterOneSecond) {
   // No "19" follows a time-out: the read ends where it stands.
   auto instrument =
