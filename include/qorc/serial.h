@@ -86,7 +86,7 @@ class QORC_API C_SERIAL {
   static void GetSerialPorts(int* count, C_STRING** names);
 
   // The length limit of a line collected by Read.
-  static constexpr int LINE_MAX = 4098;
+  static constexpr int LINE_LIMIT = 4098;
 
  private:
   static constexpr int kClosed = -1;

@@ -26,7 +26,7 @@ constexpr int kResume = 17;
 constexpr int kPause = 19;
 
 // The lines of every C_SERIAL are collected here, terminator included.
-char16_t g_line[C_SERIAL::LINE_MAX + 1];
+char16_t g_line[C_SERIAL::LINE_LIMIT + 1];
 
 }  // namespace
 
@@ -118,7 +118,7 @@ void C_SERIAL::Read(C_STRING* line) {
   } while (byte != kLineFeed);
 
   int length = 0;
-  while (length < LINE_MAX) {
+  while (length < LINE_LIMIT) {
     const platform::SerialRead got = platform::ReadSerialByte(handle_, kByteTimeoutMs, &byte);
     if (got == platform::SerialRead::TimedOut) return;
     if (got == platform::SerialRead::Failed) {

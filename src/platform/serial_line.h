@@ -15,8 +15,9 @@ constexpr SerialLine kNoSerialLine = -1;
 
 // Opens an existing port for reading and writing, held exclusively: "COMn" is
 // the n-th serial port of the machine, a name that begins with "\" or "/" is
-// a device path. Fails for devices that are not terminals and for ports that
-// another program holds. kNoSerialLine on failure.
+// a device path. Fails for a missing device and for a port that another
+// program holds; a device that is not a terminal opens, and then has no line
+// settings. kNoSerialLine on failure.
 SerialLine OpenSerialLine(const char16_t* name);
 void CloseSerialLine(SerialLine line);
 

@@ -233,8 +233,8 @@ TEST(Serial, ReadCollectsLinesByTheRules) {
   C_SERIAL serial(port, C_SERIAL::BAUD_9600, C_SERIAL::PARITY_NONE, C_SERIAL::STOP_1);
   ASSERT_TRUE(serial.IsOpen());
   C_STRING line;
-  const std::u16string expected[] = {u"A1", u"B2", u"\u0080\u00A9\u00E9\u00FF\u0001", std::u16string(4098, u'L'),
-                                     u"next"};
+  const std::u16string expected[] = {u"A1", u"B2", u"\u0080\u00A9\u00E9\u00FF\u0001",
+                                     std::u16string(C_SERIAL::LINE_LIMIT, u'L'), u"next"};
   for (const std::u16string& text : expected) {
     serial.Read(&line);
     EXPECT_FALSE(C_ERROR::Is());
