@@ -91,12 +91,16 @@ void C_FILE::StorageStream::Seek(long long position) {
 C_FILE::C_FILE(IStorage* storage, int mode) {
   coding_ = true;
   type_ = BINARY;
-  mode_ = static_cast<MODE>(mode & ~DIRECT);
+  // Bit 31 means nothing here. A storage file is read in READ and written in
+  // UPDATE; WRITE, which would have to create the stream empty, is refused
+  // like every other mode.
+  const int given = mode & ~DIRECT;
+  mode_ = given == READ ? READ : (given == WRITE ? WRITE : UPDATE);
   if (storage == nullptr) {
     CerrFileCannotCreateOleStream.Trigger();
     return;
   }
-  storageStream_ = StorageStream::Open(storage, mode_);
+  if (given == READ || given == UPDATE) storageStream_ = StorageStream::Open(storage, mode_);
   if (storageStream_ == nullptr) {
     CerrFileCannotCreateOleStream.Trigger();
     return;

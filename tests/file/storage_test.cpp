@@ -356,6 +356,23 @@ TEST_F(StorageTest, AFailedCommitLeavesTheFileAsItWas) {
     ASSERT_NE(child, nullptr);
   }
   EXPECT_EQ(Shell("gsf list " + doc).find("Dropped"), std::string::npos);
+
+  // A stream that can no longer be read (the file was cut short behind the
+  // document's back) stops the commit midway: the file is not replaced and
+  // nothing is left beside it.
+  {
+    Storage writer = OpenStorage(doc, false);
+    WriteContents(Storage(writer->OpenStorage(C_STRING(u"Big"), true)).get(), RandomBytes(70000));
+  }
+  Storage opened = OpenStorage(doc, false);
+  ASSERT_NE(opened, nullptr);
+  const std::string cut = ReadBytes(doc).substr(0, 1024);
+  WriteBytes(doc, cut);
+  WriteContents(opened.get(), "changed");
+  EXPECT_EQ(TakeError(), &CerrInternalError);
+  EXPECT_FALSE(opened->Commit(IStorage::COMMIT_OVERWRITE));
+  EXPECT_EQ(ReadBytes(doc), cut);
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()), {}), 1);
 }
 
 // Damaged documents ---------------------------------------------------------------
