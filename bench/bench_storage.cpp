@@ -28,7 +28,7 @@ std::string PathOf(const std::string& name) { return g_dir + "/" + name; }
 C_STRING LibraryPath(const std::string& path) { return C_STRING(path.c_str()); }
 
 void WriteDocument(const std::string& path) {
-  IStorage* storage = IStorage::Open(LibraryPath(path), TRUE);
+  IStorage* storage = IStorage::Open(LibraryPath(path), true);
   if (storage == nullptr) std::abort();
   {
     C_FILE file(storage, C_FILE::UPDATE);
@@ -39,7 +39,7 @@ void WriteDocument(const std::string& path) {
 }
 
 long long ReadDocument(const std::string& path, char* buffer) {
-  IStorage* storage = IStorage::Open(LibraryPath(path), FALSE);
+  IStorage* storage = IStorage::Open(LibraryPath(path), false);
   if (storage == nullptr) std::abort();
   long long total = 0;
   {

@@ -30,10 +30,10 @@ void WriteContents(IStorage* storage, int size) {
 // A document with a stream in whole sectors, a storage and a small stream.
 std::string SoundDocument() {
   const std::string path = ScratchPath("template.ole");
-  IStorage* storage = IStorage::Open(LibraryPath(path), TRUE);
+  IStorage* storage = IStorage::Open(LibraryPath(path), true);
   if (storage == nullptr) return std::string();
   WriteContents(storage, 5000);
-  IStorage* child = storage->OpenStorage(C_STRING(u"Child"), TRUE);
+  IStorage* child = storage->OpenStorage(C_STRING(u"Child"), true);
   if (child != nullptr) {
     WriteContents(child, 100);
     child->Release();
@@ -74,11 +74,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if ((mode & 2) != 0) bytes.resize(bytes.size() * (mode >> 2) / 64);
   }
   WriteScratch(path, bytes.data(), bytes.size());
-  IStorage* storage = IStorage::Open(LibraryPath(path), FALSE);
+  IStorage* storage = IStorage::Open(LibraryPath(path), false);
   C_ERROR::ClearPending();
   if (storage == nullptr) return 0;
   ReadContents(storage);
-  if (IStorage* child = storage->OpenStorage(C_STRING(u"Child"), FALSE)) {
+  if (IStorage* child = storage->OpenStorage(C_STRING(u"Child"), false)) {
     ReadContents(child);
     if ((mode & 4) != 0) WriteContents(child, 300);
     child->Release();
