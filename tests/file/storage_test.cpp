@@ -382,6 +382,7 @@ TEST_F(StorageTest, AFailedCommitLeavesTheFileAsItWas) {
 struct Layout {
   std::size_t sector = 512;
   std::size_t fat = 0;
+  std::size_t directory = 0;
   std::size_t entry = 0;  // offset of the directory entry
   unsigned start = 0;     // first sector of the stream
 };
@@ -398,8 +399,8 @@ Layout Find(const std::string& bytes, const std::u16string& name) {
   Layout layout;
   layout.sector = std::size_t{1} << (static_cast<unsigned char>(bytes[0x1E]));
   layout.fat = (Load32(bytes, 0x4C) + 1) * layout.sector;
-  const std::size_t directory = (Load32(bytes, 0x30) + 1) * layout.sector;
-  for (std::size_t at = directory; at + 128 <= bytes.size(); at += 128) {
+  layout.directory = (Load32(bytes, 0x30) + 1) * layout.sector;
+  for (std::size_t at = layout.directory; at + 128 <= bytes.size(); at += 128) {
     if (std::memcmp(bytes.data() + at, name.data(), name.size() * 2) == 0) {
       layout.entry = at;
       layout.start = Load32(bytes, at + 0x74);
@@ -421,6 +422,8 @@ TEST_F(StorageTest, DamagedDocumentsAreRefusedAndNeverWritten) {
   Store32(&oversized, layout.entry + 0x78, 0x7FFFFF00);
   std::string outside = sound;
   Store32(&outside, layout.fat + 4 * (layout.start + 3), 0x00FFFFFF);
+  std::string looped = sound;
+  Store32(&looped, layout.entry + 0x44, static_cast<unsigned>((layout.entry - layout.directory) / 128));
   const std::vector<std::pair<const char*, std::string>> cases = {
       {"empty", ""},
       {"text", "this is not a compound document\n"},
@@ -429,6 +432,7 @@ TEST_F(StorageTest, DamagedDocumentsAreRefusedAndNeverWritten) {
       {"cyclic chain", cyclic},
       {"size beyond the file", oversized},
       {"chain leaving the table", outside},
+      {"directory entry linked to itself", looped},
   };
   const std::u16string named = Text(LibraryPath(doc, true));
   for (const auto& [name, bytes] : cases) {

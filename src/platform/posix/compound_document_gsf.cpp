@@ -148,10 +148,13 @@ class GsfEntry final : public CompoundEntry {
 };
 
 // The structure was checked before libgsf read it; this checks that libgsf
-// sees every stream whole: its size within the file and its last byte read.
-bool IsSound(CompoundEntry* entry, long long fileSize, int depth) {
+// sees every element the check reached, and every stream whole: its size
+// within the file and its last byte read. An element libgsf left out would
+// be lost at the next commit.
+bool IsSound(CompoundEntry* entry, long long fileSize, int depth, int* entries) {
   // The directory is a tree; anything deeper than this is a damaged one.
   if (depth > 256) return false;
+  if (depth > 0) ++*entries;
   if (!entry->IsStorage()) {
     const long long size = entry->Size();
     if (size < 0 || size > fileSize) return false;
@@ -160,7 +163,7 @@ bool IsSound(CompoundEntry* entry, long long fileSize, int depth) {
   }
   for (int i = 0; i < entry->ChildCount(); ++i) {
     std::unique_ptr<CompoundEntry> child = entry->Child(i);
-    if (child == nullptr || !IsSound(child.get(), fileSize, depth + 1)) return false;
+    if (child == nullptr || !IsSound(child.get(), fileSize, depth + 1, entries)) return false;
   }
   return true;
 }
@@ -305,8 +308,9 @@ std::unique_ptr<CompoundEntry> OpenCompoundDocument(const char16_t* path, FileId
     std::FILE* file = ::fopen64(name.c_str(), "rb");
     if (file == nullptr) return nullptr;
     struct stat64 status;
+    int checked = 0;
     if (::fstat64(::fileno(file), &status) != 0 || !S_ISREG(status.st_mode) ||
-        !posix::HasSoundStructure(file, static_cast<long long>(status.st_size))) {
+        !posix::HasSoundStructure(file, static_cast<long long>(status.st_size), &checked)) {
       std::fclose(file);
       return nullptr;
     }
@@ -319,7 +323,11 @@ std::unique_ptr<CompoundEntry> OpenCompoundDocument(const char16_t* path, FileId
     GsfInfile* document = gsf_infile_msole_new(input.get(), nullptr);
     if (document == nullptr) return nullptr;
     std::unique_ptr<CompoundEntry> root(new GsfEntry(GSF_INPUT(document), std::u16string()));
-    if (!root->IsStorage() || !IsSound(root.get(), static_cast<long long>(status.st_size), 0)) return nullptr;
+    int seen = 0;
+    if (!root->IsStorage() || !IsSound(root.get(), static_cast<long long>(status.st_size), 0, &seen) ||
+        seen != checked) {
+      return nullptr;
+    }
     *identity = IdentityOf(status);
     return root;
   } catch (const std::bad_alloc&) {

@@ -33,6 +33,8 @@ class Checker {
  public:
   Checker(std::FILE* file, long long fileSize) : file_(file), fileSize_(fileSize) {}
 
+  int Reached() const { return reached_; }
+
   bool Run() {
     unsigned char header[512];
     if (!ReadAt(0, header, sizeof header)) return false;
@@ -176,6 +178,7 @@ class Checker {
       if (index == kNoStream) continue;
       if (index >= entryCount_ || seen[index]) return false;
       seen[index] = 1;
+      ++reached_;
       const unsigned type = Type(index);
       const unsigned nameBytes = Load16(Entry(index) + 0x40);
       if ((type != 1 && type != 2) || nameBytes < 2 || nameBytes > 64) return false;
@@ -198,6 +201,7 @@ class Checker {
   std::vector<unsigned> miniFat_;
   std::vector<unsigned char> directory_;
   unsigned entryCount_ = 0;
+  int reached_ = 0;
   // The chain that last passed each sector, to find loops.
   std::vector<unsigned> chainMark_;
   std::vector<unsigned> miniMark_;
@@ -206,10 +210,11 @@ class Checker {
 
 }  // namespace
 
-bool HasSoundStructure(std::FILE* file, long long fileSize) {
+bool HasSoundStructure(std::FILE* file, long long fileSize, int* entries) {
   try {
     Checker checker(file, fileSize);
     const bool sound = checker.Run();
+    *entries = checker.Reached();
     std::rewind(file);
     return sound;
   } catch (const std::bad_alloc&) {

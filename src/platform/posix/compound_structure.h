@@ -9,8 +9,9 @@ namespace qorc::platform::posix {
 // Whether the file holds a compound document whose header, allocation
 // tables and directory tree are sound: every sector chain stays inside the
 // file and ends without a loop, every stream's chain holds its size, every
-// directory entry is reached once. Leaves the stream at its start.
-bool HasSoundStructure(std::FILE* file, long long fileSize);
+// directory entry is reached once. *entries receives the number of storages
+// and streams below the root. Leaves the stream at its start.
+bool HasSoundStructure(std::FILE* file, long long fileSize, int* entries);
 
 }  // namespace qorc::platform::posix
 
