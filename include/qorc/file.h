@@ -14,6 +14,8 @@
 
 #include <cstdio>
 
+class IStorage;
+
 class QORC_API C_FILE {
  public:
   // Called during a copy with the fraction done (0.0 to 1.0), whether a new
@@ -125,6 +127,14 @@ class QORC_API C_FILE {
   // MODE, optionally with DIRECT. A failure leaves the object closed, with
   // the error pending: every operation on a closed object does nothing.
   C_FILE(const C_STRING& path, int mode, TYPE type);
+  // The stream "Contents" of a storage (see storage.h), which must outlive
+  // the file. READ opens it (an empty one is made when there is none) and
+  // tells by IsCompressed whether it begins with the compressed format's
+  // magic, the position then left after 20 bytes; UPDATE makes it anew and
+  // commits the storage when the file is destroyed; WRITE is refused. Only
+  // raw reading and writing and positioning are offered: size, lines, flush
+  // and text operations are refused.
+  C_FILE(IStorage* storage, int mode);
   // A copy describes the same file (paths, mode, type, switches) but is
   // closed: it never shares the source's stream or buffers, so that each
   // stream is closed exactly once. Assigning first closes the target as its
@@ -239,6 +249,7 @@ class QORC_API C_FILE {
   void ReportReadFailure() const;
   void ReportShortRecord() const;
   bool RefusedOnStorage() const;
+  void CloseStorageStream();
   bool ReadBlockRecord(void* scratch, bool* atBoundary);
   void PositionDirect(long long position);
   void DecompressToTemp();
@@ -258,7 +269,7 @@ class QORC_API C_FILE {
   // wrapper (owned) over the caller's storage (not owned) instead of a C
   // runtime stream; the constructors for disk files leave both null.
   StorageStream* storageStream_ = nullptr;
-  void* storage_ = nullptr;
+  IStorage* storage_ = nullptr;
   MODE mode_ = READ;
   TYPE type_ = BINARY;
   C_BOOL coding_;

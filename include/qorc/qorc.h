@@ -15,6 +15,7 @@
 #include <qorc/progress.h>
 #include <qorc/date.h>
 #include <qorc/file.h>
+#include <qorc/storage.h>
 #include <qorc/chrono.h>
 #include <qorc/serial.h>
 

@@ -14,6 +14,7 @@
 #include <cstring>
 
 #include "file/file_internal.h"
+#include "file/storage_stream.h"
 #include "foundation/library.h"
 #include "platform/file_stream.h"
 #include "platform/text.h"
@@ -200,6 +201,7 @@ const C_STRING& Unspecified() {
 // Raw data --------------------------------------------------------------------------
 
 void C_FILE::Read(int count, void* data, int* got) {
+  if (storageStream_ != nullptr) return storageStream_->Read(count, data, got);
   if (got != nullptr) *got = 0;
   if (stream_ == nullptr || count <= 0) return;
   if (IsDirectCompressed()) {
@@ -212,6 +214,7 @@ void C_FILE::Read(int count, void* data, int* got) {
 }
 
 void C_FILE::Write(int count, const void* data, int* put) {
+  if (storageStream_ != nullptr) return storageStream_->Write(count, data, put);
   if (put != nullptr) *put = 0;
   if (stream_ == nullptr || count <= 0) return;
   if (IsDirectCompressed()) {
