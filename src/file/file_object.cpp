@@ -269,7 +269,7 @@ long long C_FILE::GetSize() {
 
 long long C_FILE::GetPosit() {
   if (stream_ == nullptr) return 0;
-  if (IsDirectCompressed()) {
+  if (RefusesStreamPositions()) {
     if (mode_ != READ) {
       CerrFileCannotSeek.TriggerMild(&pathExp_);
       return 0;
@@ -285,7 +285,7 @@ long long C_FILE::GetPosit() {
 
 void C_FILE::SetPosit(long long position) {
   if (stream_ == nullptr) return;
-  if (IsDirectCompressed()) {
+  if (RefusesStreamPositions()) {
     PositionDirect(position);
     return;
   }
@@ -294,7 +294,7 @@ void C_FILE::SetPosit(long long position) {
 
 void C_FILE::Rewind() {
   if (stream_ == nullptr) return;
-  if (IsDirectCompressed()) {
+  if (RefusesStreamPositions()) {
     if (mode_ != READ) {
       CerrFileCannotSeek.TriggerMild(&pathExp_);
       return;
@@ -317,7 +317,7 @@ void C_FILE::Rewind() {
 
 void C_FILE::Unwind() {
   if (stream_ == nullptr) return;
-  if (IsDirectCompressed()) {
+  if (RefusesStreamPositions()) {
     CerrFileCannotSeek.TriggerMild(&pathExp_);
     return;
   }
@@ -330,7 +330,7 @@ void C_FILE::Unwind() {
 int C_FILE::GetLine() {
   if (RefusedOnStorage()) return 0;
   if (stream_ == nullptr) return 0;
-  if (IsDirectCompressed()) {
+  if (RefusesStreamPositions()) {
     CerrFileCannotSeek.TriggerMild(&pathExp_);
     return 0;
   }
