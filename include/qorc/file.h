@@ -240,6 +240,10 @@ class QORC_API C_FILE {
  private:
   class StorageStream;
   bool IsDirectCompressed() const { return compressed_ && direct_ && block_ != nullptr; }
+  // Positions of a compressed file opened DIRECT count uncompressed bytes,
+  // which only reading in place can tell: in the other modes (an update on
+  // the stored bytes included) they are refused.
+  bool RefusesStreamPositions() const { return compressed_ && direct_; }
   std::FILE* OpenPath(const char* how) const;
   void OpenForReading();
   void OpenForWriting();

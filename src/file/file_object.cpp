@@ -275,7 +275,7 @@ long long C_FILE::GetSize() {
 long long C_FILE::GetPosit() {
   if (storageStream_ != nullptr) return storageStream_->Position();
   if (stream_ == nullptr) return 0;
-  if (IsDirectCompressed()) {
+  if (RefusesStreamPositions()) {
     if (mode_ != READ) {
       CerrFileCannotSeek.TriggerMild(&pathExp_);
       return 0;
@@ -292,7 +292,7 @@ long long C_FILE::GetPosit() {
 void C_FILE::SetPosit(long long position) {
   if (storageStream_ != nullptr) return storageStream_->Seek(position);
   if (stream_ == nullptr) return;
-  if (IsDirectCompressed()) {
+  if (RefusesStreamPositions()) {
     PositionDirect(position);
     return;
   }
@@ -302,7 +302,7 @@ void C_FILE::SetPosit(long long position) {
 void C_FILE::Rewind() {
   if (storageStream_ != nullptr) return storageStream_->Seek(0);
   if (stream_ == nullptr) return;
-  if (IsDirectCompressed()) {
+  if (RefusesStreamPositions()) {
     if (mode_ != READ) {
       CerrFileCannotSeek.TriggerMild(&pathExp_);
       return;
@@ -333,7 +333,7 @@ void C_FILE::Unwind() {
     return;
   }
   if (stream_ == nullptr) return;
-  if (IsDirectCompressed()) {
+  if (RefusesStreamPositions()) {
     CerrFileCannotSeek.TriggerMild(&pathExp_);
     return;
   }
@@ -346,7 +346,7 @@ void C_FILE::Unwind() {
 int C_FILE::GetLine() {
   if (RefusedOnStorage()) return 0;
   if (stream_ == nullptr) return 0;
-  if (IsDirectCompressed()) {
+  if (RefusesStreamPositions()) {
     CerrFileCannotSeek.TriggerMild(&pathExp_);
     return 0;
   }
