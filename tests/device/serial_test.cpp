@@ -56,9 +56,10 @@ TEST(Serial, DefaultObjectCopiesAndAssignment) {
   EXPECT_TRUE(line.IsVoid());
   EXPECT_FALSE(C_ERROR::Is());
 
-  // The instrument sees exactly one opening, then the port closes for good:
-  // neither the copy nor the assignment sends a byte.
-  auto instrument = StartInstrument({"expect=19", "line=19200,N,2", "closed"});
+  // The instrument sees exactly one opening, then the port closes: neither the
+  // copy nor the assignment sends a byte. It keeps the line a while after the
+  // close, so that the port can be seen to open again.
+  auto instrument = StartInstrument({"expect=19", "line=19200,N,2", "closed", "sleep=2000"});
   const C_STRING port = PortName(instrument->port());
   {
     C_SERIAL open(port, C_SERIAL::BAUD_19200, C_SERIAL::PARITY_NONE, C_SERIAL::STOP_2);
