@@ -16,5 +16,6 @@
 #include <qorc/date.h>
 #include <qorc/file.h>
 #include <qorc/chrono.h>
+#include <qorc/regkey.h>
 
 #endif
