@@ -20,6 +20,10 @@
 #include <qorc/string.h>
 #include <qorc/types.h>
 
+class C_REGKEY;
+QORC_API void CregkeyExport(const C_REGKEY* key, const C_STRING& path);
+QORC_API void CregkeyImport(const C_REGKEY* key, const C_STRING& path);
+
 class QORC_API C_REGKEY {
  public:
   // One open key of a store, as the platform hands it out.
@@ -102,6 +106,8 @@ class QORC_API C_REGKEY {
   C_BOOL ReadTextValue(C_STRING* text);
   void CopyFrom(const C_REGKEY& other);
   void ListNames(C_BOOL subkeys, int* count, C_STRING** names);
+  friend void ::CregkeyExport(const C_REGKEY* key, const C_STRING& path);
+  friend void ::CregkeyImport(const C_REGKEY* key, const C_STRING& path);
 
   HANDLE key_;
   MODE mode_;

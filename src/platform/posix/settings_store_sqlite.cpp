@@ -13,6 +13,7 @@
 // processes wait for each other through the busy time-out.
 #include <sqlite3.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -85,7 +86,11 @@ const char* const kSchema =
     "PRAGMA application_id = 1903129187;"
     "PRAGMA user_version = 1;";
 
+// A database connection belongs to the process that opened it: a child made
+// by fork neither uses nor closes its parent's connections, and opens the
+// store again instead.
 struct Store {
+  pid_t owner = getpid();
   sqlite3* db = nullptr;
   dev_t device = 0;
   ino_t inode = 0;
@@ -134,7 +139,9 @@ SettingsKey* NewKey(Store* store, sqlite3_int64 id, unsigned access) {
   return key;
 }
 
-bool IsLive(const SettingsKey* key) { return key != nullptr && LiveKeys().count(key) != 0; }
+bool IsLive(const SettingsKey* key) {
+  return key != nullptr && LiveKeys().count(key) != 0 && key->store->owner == getpid();
+}
 
 std::string NameBytes(const std::u16string& name) {
   std::string bytes(name.size() * 2, '\0');
@@ -336,7 +343,7 @@ bool CreateParentDirectories(const std::string& file) {
 
 Store* FindStore(dev_t device, ino_t inode) {
   for (const std::unique_ptr<Store>& store : Stores()) {
-    if (store->device == device && store->inode == inode) return store.get();
+    if (store->device == device && store->inode == inode && store->owner == getpid()) return store.get();
   }
   return nullptr;
 }
@@ -403,6 +410,9 @@ void CloseAllSettingsStores() {
   using namespace posix;
   for (const SettingsKey* key : LiveKeys()) delete key;
   LiveKeys().clear();
+  for (std::unique_ptr<Store>& store : Stores()) {
+    if (store->owner != getpid()) store.release();
+  }
   Stores().clear();
 }
 
