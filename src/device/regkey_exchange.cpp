@@ -58,7 +58,10 @@ bool WriteKey(Handle key, const std::u16string& fullPath, std::u16string* text) 
   return true;
 }
 
+// A file that fails half-way is removed, unless it was there before (a
+// device, or a file the export was meant to replace).
 void WriteFile(const C_STRING& path, const std::string& bytes) {
+  const bool existed = store::PathExists(path.GetWCHAR());
   std::FILE* file = store::OpenStream(path.GetWCHAR(), "wb");
   if (file == nullptr) {
     CerrFileCannotCreate.TriggerMild(&path);
@@ -69,7 +72,7 @@ void WriteFile(const C_STRING& path, const std::string& bytes) {
   written = std::fclose(file) == 0 && written;
   if (written) return;
   (noSpace || store::LastFailureWasNoSpace() ? CerrFileNotEnoughSpace : CerrFileCannotWrite).TriggerMild(&path);
-  store::RemoveFile(path.GetWCHAR());
+  if (!existed) store::RemoveFile(path.GetWCHAR());
 }
 
 // The whole file, or false with the error pending.

@@ -268,11 +268,15 @@ bool Parse(const unsigned char* bytes, std::size_t size, std::vector<Section>* s
   int lineNumber = 1;
   try {
     if (size < 2 || bytes[0] != 0xFF || bytes[1] != 0xFE) throw Malformed{"the file must be UTF-16 LE with a byte-order mark"};
-    if (size % 2 != 0) throw Malformed{"the file ends in half a character"};
     std::u16string text;
     text.reserve(size / 2);
     for (std::size_t i = 2; i + 1 < size; i += 2) text.push_back(static_cast<char16_t>(bytes[i] | (bytes[i + 1] << 8)));
-    ParseLines(Lines(text), sections, &lineNumber);
+    const std::vector<std::u16string> lines = Lines(text);
+    if (size % 2 != 0) {
+      lineNumber = static_cast<int>(lines.size());
+      throw Malformed{"the file ends in half a character"};
+    }
+    ParseLines(lines, sections, &lineNumber);
     if (sections->empty()) throw Malformed{"the file holds no key"};
     return true;
   } catch (const Malformed& malformed) {
