@@ -220,6 +220,51 @@ TEST_F(RegkeyTest, NamesKeepTheirCaseAndComeInADocumentedOrder) {
   EXPECT_FALSE(C_ERROR::Is());
 }
 
+TEST_F(RegkeyTest, KeysRemadeByAnotherProcessAreFoundAgain) {
+  C_REGKEY key;
+  key.Open(Store(), C_STRING(u"Volatile\\Leaf"), C_REGKEY::WRITE, true);
+  key.SetEntry(C_STRING(u"Value"));
+  key.Write(1);
+  key.Close();
+  C_REGKEY held;
+  held.Open(Store(), C_STRING(u"Volatile\\Leaf"), C_REGKEY::READ, false);
+  ASSERT_FALSE(C_ERROR::Is());
+  // Another process deletes the keys and makes them anew, with new ids.
+  ASSERT_EQ(RunInChild([&] {
+              C_REGKEY other;
+              other.Open(C_REGKEY::OpenStore(LibraryPath(database)), C_STRING(u"Volatile"), C_REGKEY::WRITE, false);
+              other.Delete(C_STRING(u"Leaf"));
+              other.Close();
+              other.Open(C_REGKEY::OpenStore(LibraryPath(database)), C_STRING(u"Volatile\\LEAF"), C_REGKEY::WRITE,
+                         true);
+              other.SetEntry(C_STRING(u"Value"));
+              other.Write(2);
+              other.Close();
+              return C_ERROR::Is() ? 1 : 0;
+            }),
+            0);
+  int value = 0;
+  held.SetEntry(C_STRING(u"Value"));
+  held.Read(&value);
+  EXPECT_EQ(value, 2);
+  key.Open(Store(), C_STRING(u"Volatile\\Leaf"), C_REGKEY::READ, false);
+  key.SetEntry(C_STRING(u"Value"));
+  key.Read(&value);
+  EXPECT_EQ(value, 2);
+  key.Close();
+  // Deleted for good: opening still works from what was known, the first use fails.
+  ASSERT_EQ(RunInChild([&] {
+              C_REGKEY other;
+              other.Open(C_REGKEY::OpenStore(LibraryPath(database)), C_STRING(u"Volatile"), C_REGKEY::WRITE, false);
+              other.Delete(C_STRING(u"Leaf"));
+              return C_ERROR::Is() ? 1 : 0;
+            }),
+            0);
+  held.SetEntry(C_STRING(u"Value"));
+  EXPECT_TRUE(ErrorIsInternal());
+  EXPECT_FALSE(C_ERROR::Is());
+}
+
 TEST_F(RegkeyTest, ClearDeleteAndRecursiveCopy) {
   C_REGKEY key;
   key.Open(Store(), C_STRING(u"Source\\Inner\\Deepest"), C_REGKEY::WRITE, true);

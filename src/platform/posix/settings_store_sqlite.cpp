@@ -5,13 +5,18 @@
 // with their case; beside each name its folded form (every unit upper-cased,
 // stored big-endian so that byte order is code-unit order) is what lookups,
 // uniqueness and the order of subkeys use. Entries are listed by row id, the
-// order in which they were first stored: an upsert keeps the row.
+// order in which they were first stored: an upsert keeps the row. Key ids
+// are never reused, so a key id remembered for a path either still names
+// that key or names none: each connection remembers the ids of the paths it
+// has resolved, and a handle whose key turns out to be gone (deleted by
+// another process, perhaps made anew) resolves its path again.
 //
 // The journal is a write-ahead log with synchronous=NORMAL: a commit survives
 // the death of the writing process, and a process killed in the middle of a
 // write leaves the database as it was before that write. Writers of other
 // processes wait for each other through the busy time-out.
 #include <sqlite3.h>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -21,6 +26,7 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
@@ -41,6 +47,7 @@ constexpr std::size_t kMaxKeyNameLength = 255;
 
 enum Statement {
   kFindChild,
+  kKeyExists,
   kInsertKey,
   kKeyParent,
   kQueryEntry,
@@ -55,6 +62,7 @@ enum Statement {
 
 const char* const kStatementTexts[kStatementCount] = {
     "SELECT id FROM keys WHERE parent = ?1 AND fold = ?2",
+    "SELECT 1 FROM keys WHERE id = ?1",
     "INSERT INTO keys(parent, name, fold) VALUES (?1, ?2, ?3)",
     "SELECT parent, name FROM keys WHERE id = ?1",
     "SELECT type, data FROM entries WHERE key = ?1 AND fold = ?2",
@@ -69,7 +77,7 @@ const char* const kStatementTexts[kStatementCount] = {
 
 const char* const kSchema =
     "CREATE TABLE keys("
-    " id INTEGER PRIMARY KEY,"
+    " id INTEGER PRIMARY KEY AUTOINCREMENT,"
     " parent INTEGER REFERENCES keys(id) ON DELETE CASCADE,"
     " name BLOB NOT NULL,"
     " fold BLOB NOT NULL,"
@@ -89,13 +97,17 @@ const char* const kSchema =
 // A database connection belongs to the process that opened it: a child made
 // by fork neither uses nor closes its parent's connections, and opens the
 // store again instead.
+pid_t CurrentProcess();
+
 struct Store {
-  pid_t owner = getpid();
+  pid_t owner = CurrentProcess();
   sqlite3* db = nullptr;
   dev_t device = 0;
   ino_t inode = 0;
   C_REGKEY::STORE_KEY* top = nullptr;
   sqlite3_stmt* statements[kStatementCount] = {};
+  // Key ids by parent id and folded name, as this connection found them.
+  std::unordered_map<std::string, sqlite3_int64> children;
 
   ~Store() {
     for (sqlite3_stmt* statement : statements) sqlite3_finalize(statement);
@@ -109,10 +121,27 @@ struct C_REGKEY::STORE_KEY {
   qorc::platform::posix::Store* store;
   sqlite3_int64 id;
   unsigned access;
+  std::u16string path;  // from the top of the store, as it was opened
 };
 
 namespace qorc::platform {
 namespace posix {
+
+// The process id, kept up to date in children made by fork (asking the
+// system at every call would cost a system call per operation).
+namespace {
+pid_t g_process = 0;
+void RememberChildProcess() { g_process = getpid(); }
+}  // namespace
+
+pid_t CurrentProcess() {
+  if (g_process == 0) {
+    pthread_atfork(nullptr, nullptr, RememberChildProcess);
+    g_process = getpid();
+  }
+  return g_process;
+}
+
 namespace {
 
 std::vector<std::unique_ptr<Store>>& Stores() {
@@ -127,8 +156,8 @@ std::unordered_set<const SettingsKey*>& LiveKeys() {
   return keys;
 }
 
-SettingsKey* NewKey(Store* store, sqlite3_int64 id, unsigned access) {
-  SettingsKey* key = new (std::nothrow) SettingsKey{store, id, access};
+SettingsKey* NewKey(Store* store, sqlite3_int64 id, unsigned access, const std::u16string& path) {
+  SettingsKey* key = new (std::nothrow) SettingsKey{store, id, access, path};
   if (key == nullptr) return nullptr;
   try {
     LiveKeys().insert(key);
@@ -140,7 +169,7 @@ SettingsKey* NewKey(Store* store, sqlite3_int64 id, unsigned access) {
 }
 
 bool IsLive(const SettingsKey* key) {
-  return key != nullptr && LiveKeys().count(key) != 0 && key->store->owner == getpid();
+  return key != nullptr && LiveKeys().count(key) != 0 && key->store->owner == CurrentProcess();
 }
 
 std::string NameBytes(const std::u16string& name) {
@@ -213,7 +242,7 @@ class Transaction {
     if (own_) begun_ = sqlite3_exec(store_->db, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) == SQLITE_OK;
   }
   ~Transaction() {
-    if (own_ && begun_) sqlite3_exec(store_->db, "ROLLBACK", nullptr, nullptr, nullptr);
+    if (own_ && begun_) Rollback();
   }
   Transaction(const Transaction&) = delete;
   Transaction& operator=(const Transaction&) = delete;
@@ -223,22 +252,28 @@ class Transaction {
     if (!own_) return true;
     begun_ = false;
     if (sqlite3_exec(store_->db, "COMMIT", nullptr, nullptr, nullptr) == SQLITE_OK) return true;
-    sqlite3_exec(store_->db, "ROLLBACK", nullptr, nullptr, nullptr);
+    Rollback();
     return false;
   }
 
  private:
+  // Key ids found or made inside the change are void with it.
+  void Rollback() {
+    sqlite3_exec(store_->db, "ROLLBACK", nullptr, nullptr, nullptr);
+    store_->children.clear();
+  }
+
   Store* store_;
   bool own_;
   bool begun_ = false;
 };
 
 // The child of `parent` named `name`: Ok with its id, NotFound, or Failed.
-SettingsResult FindChild(Store* store, sqlite3_int64 parent, const std::u16string& name, sqlite3_int64* id) {
+SettingsResult FindChild(Store* store, sqlite3_int64 parent, const std::string& fold, sqlite3_int64* id) {
   Use find(store, kFindChild);
   if (!find) return SettingsResult::Failed;
   sqlite3_bind_int64(find.get(), 1, parent);
-  BindBytes(find.get(), 2, FoldBytes(name));
+  BindBytes(find.get(), 2, fold);
   const int rc = sqlite3_step(find.get());
   if (rc == SQLITE_ROW) {
     *id = sqlite3_column_int64(find.get(), 0);
@@ -272,18 +307,73 @@ bool SplitKeyPath(const std::u16string& path, std::vector<std::u16string>* parts
   }
 }
 
-// Walks (and with `create` makes) the path from `id`.
+// Walks (and with `create` makes) the path from `id`. With `remembered`, ids
+// this connection found before are taken without asking the database.
 SettingsResult ResolvePath(Store* store, sqlite3_int64 id, const std::vector<std::u16string>& parts, bool create,
-                           sqlite3_int64* found) {
+                           bool remembered, sqlite3_int64* found) {
   for (const std::u16string& part : parts) {
+    const std::string fold = FoldBytes(part);
+    std::string child_key(reinterpret_cast<const char*>(&id), sizeof id);
+    child_key += fold;
+    if (remembered) {
+      const auto known = store->children.find(child_key);
+      if (known != store->children.end()) {
+        id = known->second;
+        continue;
+      }
+    }
     sqlite3_int64 child = 0;
-    SettingsResult result = FindChild(store, id, part, &child);
+    SettingsResult result = FindChild(store, id, fold, &child);
     if (result == SettingsResult::NotFound && create) result = InsertKey(store, id, part, &child);
     if (result != SettingsResult::Ok) return result;
+    store->children[child_key] = child;
     id = child;
   }
   *found = id;
   return SettingsResult::Ok;
+}
+
+bool KeyExists(Store* store, sqlite3_int64 id) {
+  Use exists(store, kKeyExists);
+  if (!exists) return false;
+  sqlite3_bind_int64(exists.get(), 1, id);
+  return sqlite3_step(exists.get()) == SQLITE_ROW;
+}
+
+// When the key's id no longer names a key, finds its path again; true when
+// the handle now names another id, so that the failed operation is worth
+// repeating.
+bool Refresh(SettingsKey* key) {
+  if (key->id == kTopKeyId || KeyExists(key->store, key->id)) return false;
+  std::vector<std::u16string> parts;
+  sqlite3_int64 id = 0;
+  if (!SplitKeyPath(key->path, &parts) ||
+      ResolvePath(key->store, kTopKeyId, parts, false, false, &id) != SettingsResult::Ok) {
+    return false;
+  }
+  key->id = id;
+  return true;
+}
+
+// The names of the key's subkeys or entries; NotFound when the key is gone.
+SettingsResult ListNames(SettingsKey* key, Statement which, std::vector<std::u16string>* names) {
+  names->clear();
+  Use list(key->store, which);
+  if (!list) return SettingsResult::Failed;
+  sqlite3_bind_int64(list.get(), 1, key->id);
+  int rc;
+  while ((rc = sqlite3_step(list.get())) == SQLITE_ROW) names->push_back(NameFromColumn(list.get(), 0));
+  if (rc != SQLITE_DONE) return SettingsResult::Failed;
+  return !names->empty() || KeyExists(key->store, key->id) ? SettingsResult::Ok : SettingsResult::NotFound;
+}
+
+// Runs the operation, and once more when it failed because the key's id had
+// gone stale.
+template <typename Operation>
+SettingsResult OnFreshKey(SettingsKey* key, Operation operation) {
+  const SettingsResult result = operation();
+  if (result == SettingsResult::Ok || result == SettingsResult::Denied || !Refresh(key)) return result;
+  return operation();
 }
 
 SettingsResult StepToEnd(sqlite3_stmt* statement) {
@@ -292,14 +382,6 @@ SettingsResult StepToEnd(sqlite3_stmt* statement) {
   return rc == SQLITE_READONLY ? SettingsResult::Denied : SettingsResult::Failed;
 }
 
-SettingsResult ListNames(Store* store, Statement which, sqlite3_int64 id, std::vector<std::u16string>* names) {
-  Use list(store, which);
-  if (!list) return SettingsResult::Failed;
-  sqlite3_bind_int64(list.get(), 1, id);
-  int rc;
-  while ((rc = sqlite3_step(list.get())) == SQLITE_ROW) names->push_back(NameFromColumn(list.get(), 0));
-  return rc == SQLITE_DONE ? SettingsResult::Ok : SettingsResult::Failed;
-}
 
 // Reads one integer pragma; false when the file is no database at all.
 bool ReadPragma(sqlite3* db, const char* sql, long long* value) {
@@ -343,7 +425,7 @@ bool CreateParentDirectories(const std::string& file) {
 
 Store* FindStore(dev_t device, ino_t inode) {
   for (const std::unique_ptr<Store>& store : Stores()) {
-    if (store->device == device && store->inode == inode && store->owner == getpid()) return store.get();
+    if (store->device == device && store->inode == inode && store->owner == CurrentProcess()) return store.get();
   }
   return nullptr;
 }
@@ -396,8 +478,8 @@ SettingsKey* OpenSettingsStore(const char16_t* path) {
     std::unique_ptr<Store> store = OpenDatabase(file);
     if (store == nullptr) return nullptr;
     if (Store* known = FindStore(store->device, store->inode)) return known->top;
-    store->top = NewKey(store.get(), kTopKeyId, kSettingsQuery | kSettingsSet | kSettingsCreateSubkey |
-                                                    kSettingsEnumerate);
+    store->top = NewKey(store.get(), kTopKeyId,
+                        kSettingsQuery | kSettingsSet | kSettingsCreateSubkey | kSettingsEnumerate, std::u16string());
     if (store->top == nullptr) return nullptr;
     Stores().push_back(std::move(store));
     return Stores().back()->top;
@@ -411,7 +493,7 @@ void CloseAllSettingsStores() {
   for (const SettingsKey* key : LiveKeys()) delete key;
   LiveKeys().clear();
   for (std::unique_ptr<Store>& store : Stores()) {
-    if (store->owner != getpid()) store.release();
+    if (store->owner != CurrentProcess()) store.release();
   }
   Stores().clear();
 }
@@ -425,13 +507,20 @@ SettingsResult OpenSettingsKey(SettingsKey* parent, const std::u16string& path, 
     std::vector<std::u16string> parts;
     if (!SplitKeyPath(path, &parts)) return SettingsResult::NotFound;
     Store* store = parent->store;
-    Transaction change(store, create);
-    if (!change.Begun()) return SettingsResult::Failed;
     sqlite3_int64 id = 0;
-    SettingsResult result = ResolvePath(store, parent->id, parts, create, &id);
+    // Opening trusts the ids found before; creating asks the database, which
+    // makes what is missing.
+    const SettingsResult result = OnFreshKey(parent, [&] {
+      Transaction change(store, create);
+      if (!change.Begun()) return SettingsResult::Failed;
+      const SettingsResult resolved = ResolvePath(store, parent->id, parts, create, !create, &id);
+      if (resolved != SettingsResult::Ok) return resolved;
+      return change.Commit() ? SettingsResult::Ok : SettingsResult::Failed;
+    });
     if (result != SettingsResult::Ok) return result;
-    if (!change.Commit()) return SettingsResult::Failed;
-    *key = NewKey(store, id, access);
+    const std::u16string full = parent->path.empty() || path.empty() ? parent->path + path
+                                                                      : parent->path + u'\\' + path;
+    *key = NewKey(store, id, access, full);
     return *key != nullptr ? SettingsResult::Ok : SettingsResult::Failed;
   } catch (const std::bad_alloc&) {
     return SettingsResult::Failed;
@@ -453,18 +542,21 @@ SettingsResult QuerySettingsEntry(SettingsKey* key, const std::u16string& name, 
   if (!IsLive(key)) return SettingsResult::Failed;
   if ((key->access & kSettingsQuery) == 0) return SettingsResult::Denied;
   try {
-    Use query(key->store, kQueryEntry);
-    if (!query) return SettingsResult::Failed;
-    sqlite3_bind_int64(query.get(), 1, key->id);
-    BindBytes(query.get(), 2, FoldBytes(name));
-    const int rc = sqlite3_step(query.get());
-    if (rc == SQLITE_DONE) return SettingsResult::NotFound;
-    if (rc != SQLITE_ROW) return SettingsResult::Failed;
-    *type = static_cast<unsigned>(sqlite3_column_int64(query.get(), 0));
-    const unsigned char* bytes = static_cast<const unsigned char*>(sqlite3_column_blob(query.get(), 1));
-    const int size = sqlite3_column_bytes(query.get(), 1);
-    data->assign(bytes, bytes + (bytes != nullptr ? size : 0));
-    return SettingsResult::Ok;
+    const std::string fold = FoldBytes(name);
+    return OnFreshKey(key, [&] {
+      Use query(key->store, kQueryEntry);
+      if (!query) return SettingsResult::Failed;
+      sqlite3_bind_int64(query.get(), 1, key->id);
+      BindBytes(query.get(), 2, fold);
+      const int rc = sqlite3_step(query.get());
+      if (rc == SQLITE_DONE) return SettingsResult::NotFound;
+      if (rc != SQLITE_ROW) return SettingsResult::Failed;
+      *type = static_cast<unsigned>(sqlite3_column_int64(query.get(), 0));
+      const unsigned char* bytes = static_cast<const unsigned char*>(sqlite3_column_blob(query.get(), 1));
+      const int size = sqlite3_column_bytes(query.get(), 1);
+      data->assign(bytes, bytes + (bytes != nullptr ? size : 0));
+      return SettingsResult::Ok;
+    });
   } catch (const std::bad_alloc&) {
     return SettingsResult::Failed;
   }
@@ -477,14 +569,17 @@ SettingsResult SetSettingsEntry(SettingsKey* key, const std::u16string& name, un
   if (!IsLive(key)) return SettingsResult::Failed;
   if ((key->access & kSettingsSet) == 0) return SettingsResult::Denied;
   try {
-    Use upsert(key->store, kUpsertEntry);
-    if (!upsert) return SettingsResult::Failed;
-    sqlite3_bind_int64(upsert.get(), 1, key->id);
-    BindBytes(upsert.get(), 2, NameBytes(name));
-    BindBytes(upsert.get(), 3, FoldBytes(name));
-    sqlite3_bind_int64(upsert.get(), 4, type);
-    sqlite3_bind_blob(upsert.get(), 5, size != 0 ? data : &kNoData, static_cast<int>(size), SQLITE_TRANSIENT);
-    return StepToEnd(upsert.get());
+    const std::string bytes = NameBytes(name), fold = FoldBytes(name);
+    return OnFreshKey(key, [&] {
+      Use upsert(key->store, kUpsertEntry);
+      if (!upsert) return SettingsResult::Failed;
+      sqlite3_bind_int64(upsert.get(), 1, key->id);
+      BindBytes(upsert.get(), 2, bytes);
+      BindBytes(upsert.get(), 3, fold);
+      sqlite3_bind_int64(upsert.get(), 4, type);
+      sqlite3_bind_blob(upsert.get(), 5, size != 0 ? data : &kNoData, static_cast<int>(size), SQLITE_STATIC);
+      return StepToEnd(upsert.get());
+    });
   } catch (const std::bad_alloc&) {
     return SettingsResult::Failed;
   }
@@ -495,13 +590,16 @@ SettingsResult DeleteSettingsEntry(SettingsKey* key, const std::u16string& name)
   if (!IsLive(key)) return SettingsResult::Failed;
   if ((key->access & kSettingsSet) == 0) return SettingsResult::Denied;
   try {
-    Use erase(key->store, kDeleteEntry);
-    if (!erase) return SettingsResult::Failed;
-    sqlite3_bind_int64(erase.get(), 1, key->id);
-    BindBytes(erase.get(), 2, FoldBytes(name));
-    const SettingsResult result = StepToEnd(erase.get());
-    if (result != SettingsResult::Ok) return result;
-    return sqlite3_changes(key->store->db) > 0 ? SettingsResult::Ok : SettingsResult::NotFound;
+    const std::string fold = FoldBytes(name);
+    return OnFreshKey(key, [&] {
+      Use erase(key->store, kDeleteEntry);
+      if (!erase) return SettingsResult::Failed;
+      sqlite3_bind_int64(erase.get(), 1, key->id);
+      BindBytes(erase.get(), 2, fold);
+      const SettingsResult result = StepToEnd(erase.get());
+      if (result != SettingsResult::Ok) return result;
+      return sqlite3_changes(key->store->db) > 0 ? SettingsResult::Ok : SettingsResult::NotFound;
+    });
   } catch (const std::bad_alloc&) {
     return SettingsResult::Failed;
   }
@@ -526,22 +624,25 @@ SettingsResult DeleteSettingsSubkey(SettingsKey* key, const std::u16string& name
     std::vector<std::u16string> parts;
     if (!SplitKeyPath(name, &parts) || parts.empty()) return SettingsResult::NotFound;
     Store* store = key->store;
-    Transaction change(store);
-    if (!change.Begun()) return SettingsResult::Failed;
-    sqlite3_int64 id = 0;
-    SettingsResult result = ResolvePath(store, key->id, parts, false, &id);
-    if (result != SettingsResult::Ok) return result;
-    {
-      Use children(store, kHasChildren);
-      if (!children) return SettingsResult::Failed;
-      sqlite3_bind_int64(children.get(), 1, id);
-      const int rc = sqlite3_step(children.get());
-      if (rc == SQLITE_ROW) return SettingsResult::Denied;
-      if (rc != SQLITE_DONE) return SettingsResult::Failed;
-    }
-    result = DeleteKeyRow(store, id);
-    if (result != SettingsResult::Ok) return result;
-    return change.Commit() ? SettingsResult::Ok : SettingsResult::Failed;
+    return OnFreshKey(key, [&] {
+      Transaction change(store);
+      if (!change.Begun()) return SettingsResult::Failed;
+      sqlite3_int64 id = 0;
+      SettingsResult result = ResolvePath(store, key->id, parts, false, false, &id);
+      if (result != SettingsResult::Ok) return result;
+      {
+        Use children(store, kHasChildren);
+        if (!children) return SettingsResult::Failed;
+        sqlite3_bind_int64(children.get(), 1, id);
+        const int rc = sqlite3_step(children.get());
+        if (rc == SQLITE_ROW) return SettingsResult::Denied;
+        if (rc != SQLITE_DONE) return SettingsResult::Failed;
+      }
+      result = DeleteKeyRow(store, id);
+      if (result != SettingsResult::Ok) return result;
+      store->children.clear();
+      return change.Commit() ? SettingsResult::Ok : SettingsResult::Failed;
+    });
   } catch (const std::bad_alloc&) {
     return SettingsResult::Failed;
   }
@@ -554,13 +655,16 @@ SettingsResult DeleteSettingsTree(SettingsKey* key, const std::u16string& path) 
     std::vector<std::u16string> parts;
     if (!SplitKeyPath(path, &parts) || parts.empty()) return SettingsResult::NotFound;
     Store* store = key->store;
+    Refresh(key);
+    if (!KeyExists(store, key->id)) return SettingsResult::NotFound;
     Transaction change(store);
     if (!change.Begun()) return SettingsResult::Failed;
     sqlite3_int64 id = 0;
-    SettingsResult result = ResolvePath(store, key->id, parts, false, &id);
+    SettingsResult result = ResolvePath(store, key->id, parts, false, false, &id);
     if (result == SettingsResult::NotFound) return SettingsResult::Ok;
     if (result == SettingsResult::Ok) result = DeleteKeyRow(store, id);
     if (result != SettingsResult::Ok) return result;
+    store->children.clear();
     return change.Commit() ? SettingsResult::Ok : SettingsResult::Failed;
   } catch (const std::bad_alloc&) {
     return SettingsResult::Failed;
@@ -572,7 +676,7 @@ SettingsResult ListSettingsSubkeys(SettingsKey* key, std::vector<std::u16string>
   if (!IsLive(key)) return SettingsResult::Failed;
   if ((key->access & kSettingsEnumerate) == 0) return SettingsResult::Denied;
   try {
-    return ListNames(key->store, kListSubkeys, key->id, names);
+    return OnFreshKey(key, [&] { return ListNames(key, kListSubkeys, names); });
   } catch (const std::bad_alloc&) {
     return SettingsResult::Failed;
   }
@@ -583,7 +687,7 @@ SettingsResult ListSettingsEntries(SettingsKey* key, std::vector<std::u16string>
   if (!IsLive(key)) return SettingsResult::Failed;
   if ((key->access & kSettingsQuery) == 0) return SettingsResult::Denied;
   try {
-    return ListNames(key->store, kListEntries, key->id, names);
+    return OnFreshKey(key, [&] { return ListNames(key, kListEntries, names); });
   } catch (const std::bad_alloc&) {
     return SettingsResult::Failed;
   }
@@ -604,6 +708,7 @@ bool CommitSettingsBatch(SettingsKey* key) {
 void AbandonSettingsBatch(SettingsKey* key) {
   if (posix::IsLive(key) && sqlite3_get_autocommit(key->store->db) == 0) {
     sqlite3_exec(key->store->db, "ROLLBACK", nullptr, nullptr, nullptr);
+    key->store->children.clear();
   }
 }
 
