@@ -177,8 +177,8 @@ bool PrepareDirect(const std::string& path) {
                             "INSERT INTO entries(key, name, fold, type, data) VALUES (?1, ?2, ?3, ?4, ?5) "
                             "ON CONFLICT(key, fold) DO UPDATE SET type = excluded.type, data = excluded.data",
                             -1, &d.upsert, nullptr) == SQLITE_OK &&
-         sqlite3_prepare_v2(d.db, "SELECT data FROM entries WHERE key = ?1 AND fold = ?2", -1, &d.select,
-                            nullptr) == SQLITE_OK;
+         sqlite3_prepare_v2(d.db, "SELECT data FROM entries WHERE key = ?1 AND fold = ?2", -1, &d.select, nullptr) ==
+             SQLITE_OK;
 }
 
 class RatioReporter : public benchmark::ConsoleReporter {
@@ -192,9 +192,8 @@ class RatioReporter : public benchmark::ConsoleReporter {
   void PrintRatio(const char* what, const std::string& library, const std::string& baseline) {
     const auto a = times_.find(library), b = times_.find(baseline);
     if (a == times_.end() || b == times_.end() || b->second.first <= 0 || b->second.second <= 0) return;
-    std::printf("%-38s %5.2fx elapsed, %5.2fx cpu (%.0f vs %.0f per second)\n", what,
-                a->second.first / b->second.first, a->second.second / b->second.second, 1e9 / a->second.first,
-                1e9 / b->second.first);
+    std::printf("%-38s %5.2fx elapsed, %5.2fx cpu (%.0f vs %.0f per second)\n", what, a->second.first / b->second.first,
+                a->second.second / b->second.second, 1e9 / a->second.first, 1e9 / b->second.first);
   }
 
  private:

@@ -70,9 +70,7 @@ namespace qorc {
 
 std::u16string Units(const C_STRING& text) { return std::u16string(text.GetWCHAR(), text.GetNumber()); }
 
-C_STRING FromUnits(const std::u16string& text) {
-  return C_STRING(static_cast<int>(text.size()), text.data());
-}
+C_STRING FromUnits(const std::u16string& text) { return C_STRING(static_cast<int>(text.size()), text.data()); }
 
 C_REGKEY::HANDLE RootHandle(const C_REGKEY* key) {
   if (key == C_REGKEY::USER) return userKey;
@@ -551,8 +549,7 @@ void C_REGKEY::Copy(C_REGKEY* target) {
         return;
       }
       data.resize(RoundedSize(static_cast<unsigned>(data.size())), 0);
-      if (store::SetSettingsEntry(destination, entry, type, data.data(), data.size()) !=
-          store::SettingsResult::Ok) {
+      if (store::SetSettingsEntry(destination, entry, type, data.data(), data.size()) != store::SettingsResult::Ok) {
         Fail(kCannotWrite);
         return;
       }

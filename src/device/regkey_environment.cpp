@@ -40,8 +40,7 @@ C_STRING C_STRING::GetEnv() const {
     CerrMemoryFull.Trigger();
     return VOID;
   }
-  if (!set && !ReadRootSetting(C_REGKEY::USER, *this, &value) &&
-      !ReadRootSetting(C_REGKEY::MACHINE, *this, &value)) {
+  if (!set && !ReadRootSetting(C_REGKEY::USER, *this, &value) && !ReadRootSetting(C_REGKEY::MACHINE, *this, &value)) {
     value = VOID;
   }
   return value;

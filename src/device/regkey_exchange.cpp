@@ -27,7 +27,8 @@ void Fail(const char* key) { C_ERROR::TriggerDbgMild(key); }
 // A handle of its own on the key, with the rights the exchange needs.
 Handle OwnHandle(Handle key, unsigned access) {
   Handle own = nullptr;
-  if (key == nullptr || store::OpenSettingsKey(key, std::u16string(), access, false, &own) != store::SettingsResult::Ok) {
+  if (key == nullptr ||
+      store::OpenSettingsKey(key, std::u16string(), access, false, &own) != store::SettingsResult::Ok) {
     Fail("C#Err#Unable to open key");
     return nullptr;
   }

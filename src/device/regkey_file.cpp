@@ -140,7 +140,8 @@ Entry ParseEntry(const std::u16string& line) {
     entry.type = kTextType;
     entry.data = TextData(text);
   } else if (value.compare(0, 6, u"dword:") == 0) {
-    const unsigned number = HexNumber(value, 6, TrimRight(value).size(), "dword: needs one to eight hexadecimal digits");
+    const unsigned number =
+        HexNumber(value, 6, TrimRight(value).size(), "dword: needs one to eight hexadecimal digits");
     entry.type = kDwordType;
     for (int i = 0; i < 4; ++i) entry.data.push_back(static_cast<unsigned char>(number >> (8 * i)));
   } else if (value.compare(0, 4, u"hex:") == 0) {
@@ -188,7 +189,8 @@ void ParseLines(const std::vector<std::u16string>& lines, std::vector<Section>* 
   std::u16string base;
   std::size_t i = 0;
   *lineNumber = 1;
-  if (TrimRight(lines[0]) != kHeader) throw Malformed{"the file must begin with \"Windows Registry Editor Version 5.00\""};
+  if (TrimRight(lines[0]) != kHeader)
+    throw Malformed{"the file must begin with \"Windows Registry Editor Version 5.00\""};
   for (i = 1; i < lines.size(); ++i) {
     *lineNumber = static_cast<int>(i + 1);
     std::u16string line = TrimRight(lines[i]);
@@ -200,8 +202,7 @@ void ParseLines(const std::vector<std::u16string>& lines, std::vector<Section>* 
       Section section;
       section.remove = line[1] == u'-';
       const std::u16string path = line.substr(section.remove ? 2 : 1, line.size() - (section.remove ? 3 : 2));
-      if (path.empty() || path.front() == u'\\' || path.back() == u'\\' ||
-          path.find(u"\\\\") != std::u16string::npos) {
+      if (path.empty() || path.front() == u'\\' || path.back() == u'\\' || path.find(u"\\\\") != std::u16string::npos) {
         throw Malformed{"a key path must be names separated by single backslashes"};
       }
       if (sections->empty()) {
@@ -267,7 +268,8 @@ bool Parse(const unsigned char* bytes, std::size_t size, std::vector<Section>* s
   sections->clear();
   int lineNumber = 1;
   try {
-    if (size < 2 || bytes[0] != 0xFF || bytes[1] != 0xFE) throw Malformed{"the file must be UTF-16 LE with a byte-order mark"};
+    if (size < 2 || bytes[0] != 0xFF || bytes[1] != 0xFE)
+      throw Malformed{"the file must be UTF-16 LE with a byte-order mark"};
     std::u16string text;
     text.reserve(size / 2);
     for (std::size_t i = 2; i + 1 < size; i += 2) text.push_back(static_cast<char16_t>(bytes[i] | (bytes[i + 1] << 8)));
@@ -298,8 +300,8 @@ std::u16string EntryLine(const Entry& entry) {
   } else if (entry.type == kTextType && PlainText(entry.data, &text)) {
     line += Quoted(text);
   } else if (entry.type == kDwordType && entry.data.size() == 4) {
-    const unsigned value = entry.data[0] | (entry.data[1] << 8) | (entry.data[2] << 16) |
-                           (static_cast<unsigned>(entry.data[3]) << 24);
+    const unsigned value =
+        entry.data[0] | (entry.data[1] << 8) | (entry.data[2] << 16) | (static_cast<unsigned>(entry.data[3]) << 24);
     line += u"dword:" + HexDigits(value, 8);
   } else {
     line += entry.type == kBinaryType ? std::u16string(u"hex:") : u"hex(" + HexDigits(entry.type, 1) + u"):";

@@ -41,8 +41,8 @@ bool CloseSettingsKey(SettingsKey* key);
 
 SettingsResult QuerySettingsEntry(SettingsKey* key, const std::u16string& name, unsigned* type,
                                   std::vector<unsigned char>* data);
-SettingsResult SetSettingsEntry(SettingsKey* key, const std::u16string& name, unsigned type,
-                                const unsigned char* data, std::size_t size);
+SettingsResult SetSettingsEntry(SettingsKey* key, const std::u16string& name, unsigned type, const unsigned char* data,
+                                std::size_t size);
 SettingsResult DeleteSettingsEntry(SettingsKey* key, const std::u16string& name);
 // Deletes a subkey with its entries; Denied when it has subkeys of its own.
 SettingsResult DeleteSettingsSubkey(SettingsKey* key, const std::u16string& name);

@@ -19,8 +19,8 @@ std::string RegBytes(const std::u16string& text) {
 std::u16string RegText(const std::string& bytes) {
   std::u16string text;
   for (std::size_t i = 2; i + 1 < bytes.size(); i += 2) {
-    text.push_back(static_cast<char16_t>(static_cast<unsigned char>(bytes[i]) |
-                                         (static_cast<unsigned char>(bytes[i + 1]) << 8)));
+    text.push_back(
+        static_cast<char16_t>(static_cast<unsigned char>(bytes[i]) | (static_cast<unsigned char>(bytes[i + 1]) << 8)));
   }
   return text;
 }
@@ -52,8 +52,7 @@ class RegkeyExchangeTest : public testing::Test {
 
   // Opens Software\Exchange of a store for reading and writing.
   void OpenExchange(const std::string& database, C_REGKEY* key) {
-    key->Open(C_REGKEY::OpenStore(LibraryPath(database)), C_STRING(u"Software\\Exchange"), C_REGKEY::READ_WRITE,
-              true);
+    key->Open(C_REGKEY::OpenStore(LibraryPath(database)), C_STRING(u"Software\\Exchange"), C_REGKEY::READ_WRITE, true);
   }
   void Import(C_REGKEY* key, const std::u16string& text) {
     const std::string file = dir.File("in.reg");
@@ -148,8 +147,8 @@ TEST_F(RegkeyExchangeTest, ExportedKeysImportBackByteForByte) {
   key.WriteReadableString(C_STRING(u"caf\u00e9 \u4e2d \"q\" \\"));
   key.Close();
   C_REGKEY deeper;
-  deeper.Open(C_REGKEY::OpenStore(LibraryPath(first)), C_STRING(u"Software\\Exchange\\Sub\\Deeper"),
-              C_REGKEY::WRITE, true);
+  deeper.Open(C_REGKEY::OpenStore(LibraryPath(first)), C_STRING(u"Software\\Exchange\\Sub\\Deeper"), C_REGKEY::WRITE,
+              true);
   deeper.SetEntry(C_STRING(u"Big"));
   for (int i = 0; i < 75; ++i) deeper.Write(i * 7919);
   deeper.Close();
@@ -202,7 +201,8 @@ TEST_F(RegkeyExchangeTest, MalformedFilesImportNothingAndNameTheLine) {
   key.Close();
   OpenExchange(first, &key);
   const std::string before = AllEntries(first);
-  const std::u16string head = u"Windows Registry Editor Version 5.00\r\n\r\n[HKEY_CURRENT_USER\\A]\r\n\"ok\"=hex:01\r\n";
+  const std::u16string head =
+      u"Windows Registry Editor Version 5.00\r\n\r\n[HKEY_CURRENT_USER\\A]\r\n\"ok\"=hex:01\r\n";
   const std::tuple<std::string, int> cases[] = {
       {std::string("Windows Registry Editor Version 5.00\r\n"), 1},  // no byte-order mark
       {RegBytes(u"REGEDIT4\r\n"), 1},

@@ -85,8 +85,7 @@ TEST_F(RegkeyTest, BinaryEntryIsStoredRoundedAndReadBackInOrder) {
   WriteFields(Store());
   ASSERT_FALSE(C_ERROR::Is());
   // 4 + (4 + 2 * 2) + 1 = 13 bytes of fields, stored as 16.
-  EXPECT_EQ(StoredData(database, u"Qorc", u"Fields"),
-            std::string("\x05\0\0\0\x02\0\0\0a\0b\0\x01\0\0\0", 16));
+  EXPECT_EQ(StoredData(database, u"Qorc", u"Fields"), std::string("\x05\0\0\0\x02\0\0\0a\0b\0\x01\0\0\0", 16));
 
   C_REGKEY key;
   key.Open(Store(), C_STRING(u"SOFTWARE\\qorc"), C_REGKEY::READ, false);
@@ -377,19 +376,20 @@ TEST_F(RegkeyTest, RootsPersistenceAndEnvironment) {
 }
 
 TEST_F(RegkeyTest, DefaultStorePathsFollowTheConventions) {
-  EXPECT_EQ(RunInChild([] {
-              setenv("XDG_CONFIG_HOME", "/cfg", 1);
-              if (Text(C_REGKEY::DefaultStorePath(C_REGKEY::USER)) != u"\\cfg\\qorc\\settings.sqlite") return 1;
-              unsetenv("XDG_CONFIG_HOME");
-              setenv("HOME", "/home/someone", 1);
-              if (Text(C_REGKEY::DefaultStorePath(C_REGKEY::USER)) != u"\\home\\someone\\.config\\qorc\\settings.sqlite") {
-                return 2;
-              }
-              if (Text(C_REGKEY::DefaultStorePath(C_REGKEY::MACHINE)) != u"\\var\\lib\\qorc\\settings.sqlite") return 3;
-              C_REGKEY other;
-              return C_REGKEY::DefaultStorePath(&other).IsVoid() ? 0 : 4;
-            }),
-            0);
+  EXPECT_EQ(
+      RunInChild([] {
+        setenv("XDG_CONFIG_HOME", "/cfg", 1);
+        if (Text(C_REGKEY::DefaultStorePath(C_REGKEY::USER)) != u"\\cfg\\qorc\\settings.sqlite") return 1;
+        unsetenv("XDG_CONFIG_HOME");
+        setenv("HOME", "/home/someone", 1);
+        if (Text(C_REGKEY::DefaultStorePath(C_REGKEY::USER)) != u"\\home\\someone\\.config\\qorc\\settings.sqlite") {
+          return 2;
+        }
+        if (Text(C_REGKEY::DefaultStorePath(C_REGKEY::MACHINE)) != u"\\var\\lib\\qorc\\settings.sqlite") return 3;
+        C_REGKEY other;
+        return C_REGKEY::DefaultStorePath(&other).IsVoid() ? 0 : 4;
+      }),
+      0);
 }
 
 // A writer that commits one large entry after the other until it is killed.

@@ -15,8 +15,8 @@
 // the death of the writing process, and a process killed in the middle of a
 // write leaves the database as it was before that write. Writers of other
 // processes wait for each other through the busy time-out.
-#include <sqlite3.h>
 #include <pthread.h>
+#include <sqlite3.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -382,12 +382,10 @@ SettingsResult StepToEnd(sqlite3_stmt* statement) {
   return rc == SQLITE_READONLY ? SettingsResult::Denied : SettingsResult::Failed;
 }
 
-
 // Reads one integer pragma; false when the file is no database at all.
 bool ReadPragma(sqlite3* db, const char* sql, long long* value) {
   sqlite3_stmt* statement = nullptr;
-  bool ok = sqlite3_prepare_v2(db, sql, -1, &statement, nullptr) == SQLITE_OK &&
-            sqlite3_step(statement) == SQLITE_ROW;
+  bool ok = sqlite3_prepare_v2(db, sql, -1, &statement, nullptr) == SQLITE_OK && sqlite3_step(statement) == SQLITE_ROW;
   if (ok) *value = sqlite3_column_int64(statement, 0);
   sqlite3_finalize(statement);
   return ok;
@@ -434,13 +432,15 @@ std::unique_ptr<Store> OpenDatabase(const std::string& file) {
   struct stat status;
   const bool exists = stat(file.c_str(), &status) == 0;
   // Without write permission the store is read-only for every user, root
-  // included, as the library treats read-only files everywhere.
-  const bool writable = !exists || (status.st_mode & (S_IWUSR | S_IWGRP | S_IWOTH)) != 0;
+  // included, as the library treats read-only files everywhere; a store this
+  // user may not write (another user's) is opened for reading too.
+  const bool writable =
+      !exists || ((status.st_mode & (S_IWUSR | S_IWGRP | S_IWOTH)) != 0 && access(file.c_str(), W_OK) == 0);
   if (!exists && !CreateParentDirectories(file)) return nullptr;
 
   std::unique_ptr<Store> store(new Store);
-  const int flags = (writable ? SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE : SQLITE_OPEN_READONLY) |
-                    SQLITE_OPEN_NOFOLLOW;
+  const int flags =
+      (writable ? SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE : SQLITE_OPEN_READONLY) | SQLITE_OPEN_NOFOLLOW;
   if (sqlite3_open_v2(file.c_str(), &store->db, flags, nullptr) != SQLITE_OK) return nullptr;
   sqlite3_extended_result_codes(store->db, 1);
   sqlite3_busy_timeout(store->db, kBusyTimeoutMs);
@@ -518,8 +518,8 @@ SettingsResult OpenSettingsKey(SettingsKey* parent, const std::u16string& path, 
       return change.Commit() ? SettingsResult::Ok : SettingsResult::Failed;
     });
     if (result != SettingsResult::Ok) return result;
-    const std::u16string full = parent->path.empty() || path.empty() ? parent->path + path
-                                                                      : parent->path + u'\\' + path;
+    const std::u16string full =
+        parent->path.empty() || path.empty() ? parent->path + path : parent->path + u'\\' + path;
     *key = NewKey(store, id, access, full);
     return *key != nullptr ? SettingsResult::Ok : SettingsResult::Failed;
   } catch (const std::bad_alloc&) {
@@ -562,8 +562,8 @@ SettingsResult QuerySettingsEntry(SettingsKey* key, const std::u16string& name, 
   }
 }
 
-SettingsResult SetSettingsEntry(SettingsKey* key, const std::u16string& name, unsigned type,
-                                const unsigned char* data, std::size_t size) {
+SettingsResult SetSettingsEntry(SettingsKey* key, const std::u16string& name, unsigned type, const unsigned char* data,
+                                std::size_t size) {
   using namespace posix;
   static const unsigned char kNoData = 0;
   if (!IsLive(key)) return SettingsResult::Failed;
