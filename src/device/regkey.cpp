@@ -297,13 +297,18 @@ void C_REGKEY::SetEntry(const C_STRING& name) {
   }
 }
 
+// Grows into a new block, so that a failed allocation is told apart from an
+// error that was already pending; the buffer stays as it was then.
 void C_REGKEY::Append(const void* bytes, unsigned count) {
-  void* grown = buffer_;
-  CmemRealloc(static_cast<int>(RoundedSize(size_ + count)), &grown);
-  if (grown == nullptr || C_ERROR::Is()) return;
-  buffer_ = static_cast<unsigned char*>(grown);
-  std::memcpy(buffer_ + size_, bytes, count);
-  size_ += count;
+  unsigned char* grown = nullptr;
+  CmemAlloc(static_cast<int>(RoundedSize(size_ + count)), &grown);
+  if (grown == nullptr) return;
+  if (size_ > 0) std::memcpy(grown, buffer_, size_);
+  std::memcpy(grown + size_, bytes, count);
+  const unsigned size = size_ + count;
+  ReleaseBuffer();
+  buffer_ = grown;
+  size_ = size;
 }
 
 namespace {

@@ -144,16 +144,19 @@ pid_t CurrentProcess() {
 
 namespace {
 
+// The stores and handles stay until Cclose; they are never destroyed with
+// the program's statics, so that keys closed by other statics' destructors
+// still find them.
 std::vector<std::unique_ptr<Store>>& Stores() {
-  static std::vector<std::unique_ptr<Store>> stores;
-  return stores;
+  static auto* stores = new std::vector<std::unique_ptr<Store>>;
+  return *stores;
 }
 
 // Every handle handed out and not yet released: a handle that is not here is
 // refused rather than followed.
 std::unordered_set<const SettingsKey*>& LiveKeys() {
-  static std::unordered_set<const SettingsKey*> keys;
-  return keys;
+  static auto* keys = new std::unordered_set<const SettingsKey*>;
+  return *keys;
 }
 
 SettingsKey* NewKey(Store* store, sqlite3_int64 id, unsigned access, const std::u16string& path) {
