@@ -17,6 +17,7 @@
 #include <qorc/file.h>
 #include <qorc/storage.h>
 #include <qorc/chrono.h>
+#include <qorc/regkey.h>
 #include <qorc/serial.h>
 
 #endif
