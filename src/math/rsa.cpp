@@ -175,146 +175,104 @@ void MontgomerySquare(const std::uint64_t* x, const std::uint64_t* n, std::uint6
   }
 }
 
-// Strong probable-prime test to base 3 of an odd modulus above 3, with
-// Montgomery multiplication on 64-bit words: the answer of Crypto++'s
-// IsStrongProbablePrime(n, 3) for a modulus that 3 does not divide. The
-// powers of 3 need only squarings and multiplications by 3, which are
-// additions.
-class StrongProbablePrimeBase3 {
- public:
-  explicit StrongProbablePrimeBase3(const Words& modulus) : n_(modulus), size_(modulus.size()) {
-    std::uint64_t inverse = n_[0];  // Newton's iteration for n^-1 modulo 2^64
-    for (int step = 0; step < 6; ++step) inverse *= 2 - n_[0] * inverse;
-    minusInverse_ = 0 - inverse;
-    work_.assign(size_ + 2, 0);
-  }
-
-  bool Test(const Integer& n) {
-    // One and minus one in Montgomery form: R mod n and n - (R mod n).
-    const Words one = WordsFromInteger(Integer::Power2(64 * size_) % n, size_);
-    Words minusOne(size_);
-    Subtract(n_.data(), one.data(), minusOne.data());
-    // n - 1 = d * 2^s with d odd.
-    unsigned int s = 1;
-    while (!Bit(s)) ++s;
-    const unsigned int top = BitCount() - 1;
-    // 3^d from the top bit of d down; d's top bit gives 3 itself.
-    Words x = one;
-    TimesThree(x);
-    for (unsigned int bit = top; bit-- > s;) {
-      Square(x);
-      if (Bit(bit)) TimesThree(x);
-    }
-    if (x == one || x == minusOne) return true;
-    for (unsigned int j = 1; j < s; ++j) {
-      Square(x);
-      if (x == minusOne) return true;
-      if (x == one) return false;
-    }
-    return false;
-  }
-
- private:
+// x = 3 x modulo n, for an L-word x below n.
+template <size_t L>
+void TripleModulo(std::uint64_t* x, const std::uint64_t* n) {
   using Wide = unsigned __int128;
-
-  bool Bit(unsigned int i) const { return (n_[i / 64] >> (i % 64)) & 1; }
-  unsigned int BitCount() const {
-    size_t top = size_;
-    while (top > 0 && n_[top - 1] == 0) --top;
-    return static_cast<unsigned int>(64 * top - static_cast<size_t>(__builtin_clzll(n_[top - 1])));
+  std::uint64_t carry = 0;
+  for (size_t i = 0; i < L; ++i) {
+    const Wide product = static_cast<Wide>(x[i]) * 3 + carry;
+    x[i] = static_cast<std::uint64_t>(product);
+    carry = static_cast<std::uint64_t>(product >> 64);
   }
-
-  // out = a - b, for a >= b.
-  void Subtract(const std::uint64_t* a, const std::uint64_t* b, std::uint64_t* out) const {
+  // 3x is below 3n: at most two subtractions.
+  for (int round = 0; round < 2; ++round) {
+    if (carry == 0) {
+      size_t i = L;
+      while (i > 0 && x[i - 1] == n[i - 1]) --i;
+      if (i > 0 && x[i - 1] < n[i - 1]) return;
+    }
     std::uint64_t borrow = 0;
-    for (size_t i = 0; i < size_; ++i) {
-      const Wide difference = static_cast<Wide>(a[i]) - b[i] - borrow;
-      out[i] = static_cast<std::uint64_t>(difference);
+    for (size_t i = 0; i < L; ++i) {
+      const Wide difference = static_cast<Wide>(x[i]) - n[i] - borrow;
+      x[i] = static_cast<std::uint64_t>(difference);
       borrow = static_cast<std::uint64_t>(difference >> 64) & 1;
     }
+    carry -= borrow;
   }
+}
 
-  // x (below n, with an extra top word `high`) minus n while it is not below n.
-  void ReduceOnce(std::uint64_t* x, std::uint64_t& high) const {
-    for (;;) {
-      if (high == 0) {
-        size_t i = size_;
-        while (i > 0 && x[i - 1] == n_[i - 1]) --i;
-        if (i > 0 && x[i - 1] < n_[i - 1]) return;
-      }
-      std::uint64_t borrow = 0;
-      for (size_t i = 0; i < size_; ++i) {
-        const Wide difference = static_cast<Wide>(x[i]) - n_[i] - borrow;
-        x[i] = static_cast<std::uint64_t>(difference);
-        borrow = static_cast<std::uint64_t>(difference >> 64) & 1;
-      }
-      high -= borrow;
-    }
+// Strong probable-prime test to base 3 of an odd L-word modulus n above 3
+// that 3 does not divide: the answer of Crypto++'s IsStrongProbablePrime(n,
+// 3). The powers of 3 need only Montgomery squarings and multiplications by
+// 3, which are additions.
+template <size_t L>
+bool StrongProbablePrimeBase3Words(const std::uint64_t* n, const Integer& value) {
+  std::uint64_t inverse = n[0];  // Newton's iteration for n^-1 modulo 2^64
+  for (int step = 0; step < 6; ++step) inverse *= 2 - n[0] * inverse;
+  const std::uint64_t minusInverse = 0 - inverse;
+  // One and minus one in Montgomery form: R mod n and n - (R mod n).
+  const Words oneWords = WordsFromInteger(Integer::Power2(64 * L) % value, L);
+  std::uint64_t one[L];
+  std::uint64_t minusOne[L];
+  std::copy(oneWords.begin(), oneWords.end(), one);
+  std::uint64_t borrow = 0;
+  for (size_t i = 0; i < L; ++i) {
+    const unsigned __int128 difference = static_cast<unsigned __int128>(n[i]) - one[i] - borrow;
+    minusOne[i] = static_cast<std::uint64_t>(difference);
+    borrow = static_cast<std::uint64_t>(difference >> 64) & 1;
   }
-
-  void TimesThree(Words& x) const {
-    std::uint64_t carry = 0;
-    for (size_t i = 0; i < size_; ++i) {
-      const Wide product = static_cast<Wide>(x[i]) * 3 + carry;
-      x[i] = static_cast<std::uint64_t>(product);
-      carry = static_cast<std::uint64_t>(product >> 64);
-    }
-    ReduceOnce(x.data(), carry);
+  const auto bit = [n](unsigned int i) { return ((n[i / 64] >> (i % 64)) & 1) != 0; };
+  // n - 1 = d * 2^s with d odd; n and n - 1 share their bits above bit 0.
+  unsigned int s = 1;
+  while (!bit(s)) ++s;
+  const unsigned int top = static_cast<unsigned int>(64 * L - 1 - static_cast<size_t>(__builtin_clzll(n[L - 1])));
+  // 3^d from the top bit of d down; d's top bit gives 3 itself.
+  std::uint64_t x[L];
+  std::copy(one, one + L, x);
+  TripleModulo<L>(x, n);
+  for (unsigned int b = top; b-- > s;) {
+    MontgomerySquare<L>(x, n, minusInverse, x);
+    if (bit(b)) TripleModulo<L>(x, n);
   }
-
-  // x = x * x / R modulo n: fixed-size code for the common sizes, else
-  // word by word Montgomery multiplication.
-  void Square(Words& x) {
-    switch (size_) {
-      case 4:
-        return MontgomerySquare<4>(x.data(), n_.data(), minusInverse_, x.data());
-      case 8:
-        return MontgomerySquare<8>(x.data(), n_.data(), minusInverse_, x.data());
-      case 12:
-        return MontgomerySquare<12>(x.data(), n_.data(), minusInverse_, x.data());
-      case 16:
-        return MontgomerySquare<16>(x.data(), n_.data(), minusInverse_, x.data());
-      case 32:
-        return MontgomerySquare<32>(x.data(), n_.data(), minusInverse_, x.data());
-      default:
-        break;
-    }
-    std::uint64_t* t = work_.data();
-    std::fill(work_.begin(), work_.end(), 0);
-    const std::uint64_t* n = n_.data();
-    for (size_t i = 0; i < size_; ++i) {
-      const std::uint64_t factor = x[i];
-      std::uint64_t carry = 0;
-      for (size_t j = 0; j < size_; ++j) {
-        const Wide sum = static_cast<Wide>(x[j]) * factor + t[j] + carry;
-        t[j] = static_cast<std::uint64_t>(sum);
-        carry = static_cast<std::uint64_t>(sum >> 64);
-      }
-      Wide sum = static_cast<Wide>(t[size_]) + carry;
-      t[size_] = static_cast<std::uint64_t>(sum);
-      t[size_ + 1] = static_cast<std::uint64_t>(sum >> 64);
-      const std::uint64_t m = t[0] * minusInverse_;
-      sum = static_cast<Wide>(m) * n[0] + t[0];
-      carry = static_cast<std::uint64_t>(sum >> 64);
-      for (size_t j = 1; j < size_; ++j) {
-        sum = static_cast<Wide>(m) * n[j] + t[j] + carry;
-        t[j - 1] = static_cast<std::uint64_t>(sum);
-        carry = static_cast<std::uint64_t>(sum >> 64);
-      }
-      sum = static_cast<Wide>(t[size_]) + carry;
-      t[size_ - 1] = static_cast<std::uint64_t>(sum);
-      t[size_] = t[size_ + 1] + static_cast<std::uint64_t>(sum >> 64);
-    }
-    std::uint64_t high = t[size_];
-    ReduceOnce(t, high);
-    std::copy(t, t + size_, x.begin());
+  const auto equals = [&x](const std::uint64_t* other) { return std::equal(x, x + L, other); };
+  if (equals(one) || equals(minusOne)) return true;
+  for (unsigned int j = 1; j < s; ++j) {
+    MontgomerySquare<L>(x, n, minusInverse, x);
+    if (equals(minusOne)) return true;
+    if (equals(one)) return false;
   }
+  return false;
+}
 
-  Words n_;
-  size_t size_;
-  std::uint64_t minusInverse_;
-  Words work_;
-};
+// The word-sized test for the sizes that keys of usual lengths give, else
+// Crypto++'s. n has no leading zero word.
+bool StrongProbablePrimeBase3(const Words& n, const Integer& value) {
+  switch (n.size()) {
+    case 1:
+      return StrongProbablePrimeBase3Words<1>(n.data(), value);
+    case 2:
+      return StrongProbablePrimeBase3Words<2>(n.data(), value);
+    case 3:
+      return StrongProbablePrimeBase3Words<3>(n.data(), value);
+    case 4:
+      return StrongProbablePrimeBase3Words<4>(n.data(), value);
+    case 6:
+      return StrongProbablePrimeBase3Words<6>(n.data(), value);
+    case 8:
+      return StrongProbablePrimeBase3Words<8>(n.data(), value);
+    case 12:
+      return StrongProbablePrimeBase3Words<12>(n.data(), value);
+    case 16:
+      return StrongProbablePrimeBase3Words<16>(n.data(), value);
+    case 24:
+      return StrongProbablePrimeBase3Words<24>(n.data(), value);
+    case 32:
+      return StrongProbablePrimeBase3Words<32>(n.data(), value);
+    default:
+      return CryptoPP::IsStrongProbablePrime(value, Integer(3));
+  }
+}
 
 // Residues of a number modulo a block of primes: the number is given in
 // 32-bit chunks, least significant first, and powers[i * stride + l] holds
@@ -379,7 +337,7 @@ class PrimeTest {
     }
     if ((n[0] & 1) == 0 || HasSmallDivisor(n)) return false;
     const Integer value = IntegerFromWords(n);
-    return StrongProbablePrimeBase3(n).Test(value) && CryptoPP::IsStrongLucasProbablePrime(value);
+    return StrongProbablePrimeBase3(n, value) && CryptoPP::IsStrongLucasProbablePrime(value);
   }
 
  private:
@@ -495,7 +453,7 @@ bool RsaIsStrongProbablePrimeBase3(const unsigned char* number, std::size_t size
   Guarded([&] {
     Words words = WordsFromBytes(number, size);
     while (words.size() > 1 && words.back() == 0) words.pop_back();
-    probablePrime = StrongProbablePrimeBase3(words).Test(Integer(number, size));
+    probablePrime = StrongProbablePrimeBase3(words, Integer(number, size));
   });
   return probablePrime;
 }
