@@ -191,11 +191,11 @@ TEST_F(PendingError, ReplacingByTextKeyReportsTheNewKey) {
                                             {"C#Err#Replacing key", "x.dat"},
                                             {"C#Err#Replacing string", ""},
                                             {"C#Err#Replacing string", ""}}));
-  // Setting the extra text and composing the report also work while an
-  // error is pending, the context pushed then included.
+  // Setting the extra text while an error is pending, and composing the
+  // report, keep their texts too.
+  C_ERROR::ContextPush(C_STRING(u"loading"));
   ErrorA.Trigger();
   C_ERROR::TriggerExtra(C_STRING(u"set later"));
-  C_ERROR::ContextPush(C_STRING(u"loading"));
   C_ERROR::ReportPending();
   EXPECT_EQ(g_reports.back(), Report("C#Err#A failed", "set later loading"));
 }
