@@ -47,8 +47,19 @@ bool Reserve(int count, int needed, int* capacity, C_STRING** names) {
   return true;
 }
 
+// Stores a name with one allocation (names of the file system are far
+// shorter than a string's limit, but a longer one is cut there).
+void AssignName(const char16_t* units, std::size_t length, C_STRING* out) {
+  const int n = length < 65534 ? static_cast<int>(length) : 65534;
+  C_CHAR* buffer = qorc::NewArray<C_CHAR>(static_cast<std::size_t>(n) + 1);
+  if (buffer == nullptr) return;
+  for (int i = 0; i < n; ++i) buffer[i] = C_CHAR(units[i]);
+  buffer[n] = C_CHAR::VOID;
+  out->Replace(n + 1, n, &buffer);
+}
+
 // Names beginning with "." are never listed, not only "." and "..".
-bool IsHidden(const std::u16string& name) { return !name.empty() && name[0] == u'.'; }
+bool IsHidden(const char16_t* name, std::size_t length) { return length > 0 && name[0] == u'.'; }
 
 // The listing of dir + "\" + pattern, keeping directories or files.
 void List(const C_STRING& dir, const C_STRING& pattern, bool directories, int* count, C_STRING** names) {
@@ -57,14 +68,15 @@ void List(const C_STRING& dir, const C_STRING& pattern, bool directories, int* c
   C_STRING search;
   C_FILE::MakePath(dir, pattern, &search);
   C_FILE::ExpandPath(&search);
-  std::vector<DirectoryEntry> entries;
-  if (!qorc::platform::FindEntries(search.GetWCHAR(), &entries)) return;
+  qorc::platform::DirectoryListing listing;
+  if (!qorc::platform::FindEntries(search.GetWCHAR(), &listing)) return;
   int capacity = 0;
   if (!Reserve(0, kFirstCapacity, &capacity, names)) return;
-  for (const DirectoryEntry& entry : entries) {
-    if (IsHidden(entry.name) || entry.isDirectory != directories) continue;
+  for (const DirectoryEntry& entry : listing.entries) {
+    const char16_t* name = listing.NameOf(entry);
+    if (IsHidden(name, entry.length) || entry.isDirectory != directories) continue;
     if (*count == capacity && !Reserve(*count, *count + 1, &capacity, names)) return;
-    (*names)[(*count)++] = FromUnits(entry.name);
+    AssignName(name, entry.length, &(*names)[(*count)++]);
     if (C_ERROR::Is()) return;
   }
 }

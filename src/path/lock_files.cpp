@@ -32,13 +32,18 @@ C_STRING LockPathOf(const C_STRING& path) {
 class LockFileGuard {
  public:
   LockFileGuard(const C_STRING& lockPath, GuardMode mode, bool create)
-      : handle_(qorc::platform::AcquireFileGuard(lockPath.GetWCHAR(), mode, create, kGuardWaitMs)) {}
+      : result_(qorc::platform::AcquireFileGuard(lockPath.GetWCHAR(), mode, create, kGuardWaitMs, &handle_)) {}
   ~LockFileGuard() { qorc::platform::ReleaseFileGuard(handle_); }
   LockFileGuard(const LockFileGuard&) = delete;
   LockFileGuard& operator=(const LockFileGuard&) = delete;
 
+  // The lock file went away before the guard was granted. Without a guard
+  // (none to be had) the work goes on unguarded, as it always has.
+  bool FileIsGone() const { return result_ == qorc::platform::GuardResult::Missing; }
+
  private:
-  int handle_;
+  int handle_ = -1;
+  qorc::platform::GuardResult result_;
 };
 
 // Removes a file that may not be there, leaving no error behind.
@@ -131,8 +136,8 @@ void RemoveEntries(const C_STRING& lockPath, int count, const C_STRING* removed)
   C_STRING workPath(lockPath);
   workPath += u".tmp";
   LockFileGuard guard(lockPath, GuardMode::Exclusive, false);
-  // Removed by another process while we waited: nothing left to remove.
-  if (!C_FILE::Exists(lockPath)) return;
+  // Removed by another process meanwhile: nothing left to remove.
+  if (guard.FileIsGone()) return;
   RewriteWithout(lockPath, workPath, count, removed);
 }
 
@@ -180,7 +185,7 @@ void C_FILE::GetLockers(const C_STRING& path, int* count, C_STRING** lockers) {
   const C_STRING lockPath = LockPathOf(path);
   if (!Exists(lockPath)) return;
   LockFileGuard guard(lockPath, GuardMode::Shared, false);
-  if (!Exists(lockPath)) return;
+  if (guard.FileIsGone()) return;
   ReadLockers(lockPath, count, lockers);
 }
 

@@ -10,10 +10,20 @@
 namespace qorc::platform {
 
 struct DirectoryEntry {
-  std::u16string name;
+  // Where the name lies in the listing's text.
+  std::size_t offset;
+  std::size_t length;
   // A symbolic link counts as what it points to; a link that leads nowhere
   // is a file.
   bool isDirectory;
+};
+
+// The names of a listing lie one after another in one text, which keeps a
+// listing of many thousand names to a few allocations.
+struct DirectoryListing {
+  std::u16string names;
+  std::vector<DirectoryEntry> entries;
+  const char16_t* NameOf(const DirectoryEntry& entry) const { return names.data() + entry.offset; }
 };
 
 // Lists the entries of a directory whose names match a pattern, the way the
@@ -24,9 +34,9 @@ struct DirectoryEntry {
 // every name. "." and ".." are listed like any other name. The entries come
 // sorted by name, letters without case and ties in code-unit order, because
 // the order in which POSIX lists a directory changes from one call to the
-// next. False, with `out` empty, when the directory cannot be read or no
+// next. False, with nothing listed, when the directory cannot be read or no
 // entry matches.
-bool FindEntries(const char16_t* search, std::vector<DirectoryEntry>* out);
+bool FindEntries(const char16_t* search, DirectoryListing* out);
 
 // Whether `name` matches `pattern` by the rules of FindEntries.
 bool MatchesPattern(const std::u16string& name, const std::u16string& pattern);

@@ -8,14 +8,22 @@ namespace qorc::platform {
 
 enum class GuardMode { Shared, Exclusive };
 
+enum class GuardResult {
+  // *handle holds the guard.
+  Held,
+  // The file does not exist (and was not to be created).
+  Missing,
+  // No guard: the file cannot be opened, the file system has no such locks,
+  // or the wait timed out.
+  Unavailable
+};
+
 // Opens the file (creating it empty when `create` is set) and takes the
 // advisory lock on it. A file that is replaced or removed while the caller
 // waits is opened again, so the guard always lies on the file the path names
-// when it is granted. Waits at most `timeoutMs` milliseconds. Returns a
-// handle, or -1 when the file is missing (and not to be created), cannot be
-// opened, or the wait timed out.
-int AcquireFileGuard(const char16_t* path, GuardMode mode, bool create, int timeoutMs);
-// Releases the guard and closes the file.
+// when it is granted. Waits at most `timeoutMs` milliseconds.
+GuardResult AcquireFileGuard(const char16_t* path, GuardMode mode, bool create, int timeoutMs, int* handle);
+// Releases the guard and closes the file; -1 does nothing.
 void ReleaseFileGuard(int handle);
 
 // Replaces `to` by `from` in one step: at every moment `to` names either the

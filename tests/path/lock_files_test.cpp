@@ -353,8 +353,9 @@ class LockStress : public LockFileTest {
   static constexpr int kProcesses = 8;
   static constexpr int kRounds = 200;
 
-  // Starts the processes (as the given users) and returns how many failed.
-  int RunAll(const std::vector<uid_t>& users, const std::function<int(int)>& body) {
+  // Starts the processes (as the given users) and returns the exit codes
+  // of those that failed.
+  std::string RunAll(const std::vector<uid_t>& users, const std::function<int(int)>& body) {
     std::vector<pid_t> children;
     for (int i = 0; i < kProcesses; ++i) {
       const pid_t pid = fork();
@@ -365,11 +366,11 @@ class LockStress : public LockFileTest {
       }
       children.push_back(pid);
     }
-    int failed = 0;
+    std::string failed;
     for (pid_t pid : children) {
       int status = 0;
       waitpid(pid, &status, 0);
-      if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) ++failed;
+      if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) failed += std::to_string(status) + " ";
     }
     return failed;
   }
@@ -381,7 +382,7 @@ TEST_F(LockStress, LockAndUnlockOfOneUserLoseNothing) {
   // and once every process has unlocked nothing is left behind.
   std::set<std::string> seen;
   const std::string user = UserOf(geteuid());
-  const int failed = RunAll(std::vector<uid_t>(kProcesses, 0), [&](int) {
+  const std::string failed = RunAll(std::vector<uid_t>(kProcesses, 0), [&](int) {
     const std::regex one("\\\\\\\\" + Host() + "\\\\" + user + "\\\\[0-9]+");
     for (int round = 0; round < kRounds; ++round) {
       C_FILE::Lock(doc);
@@ -394,7 +395,7 @@ TEST_F(LockStress, LockAndUnlockOfOneUserLoseNothing) {
     }
     return 0;
   });
-  EXPECT_EQ(failed, 0);
+  EXPECT_EQ(failed, "");
   EXPECT_FALSE(std::filesystem::exists(lockFile));
   EXPECT_FALSE(std::filesystem::exists(lockFile + ".tmp"));
 }
@@ -412,7 +413,7 @@ TEST_F(LockStress, LocksOfEightUsersAreAllKept) {
   // unlocked here, because an Unlock that leaves two or more entries runs
   // them together (see the first test), and the entries could no longer be
   // counted.
-  const int failed = RunAll(users, [&](int) {
+  const std::string failed = RunAll(users, [&](int) {
     C_STRING self;
     C_FILE::BuildLockerName(&self);
     for (int round = 0; round < kRounds; ++round) {
@@ -425,7 +426,7 @@ TEST_F(LockStress, LocksOfEightUsersAreAllKept) {
     }
     return 0;
   });
-  EXPECT_EQ(failed, 0);
+  EXPECT_EQ(failed, "");
   // Every process is there exactly once, under its own user, and nothing else.
   std::multiset<std::string> who;
   for (const std::string& entry : Lockers(doc)) {

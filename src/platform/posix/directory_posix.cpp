@@ -8,6 +8,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
+#include <cstring>
 #include <new>
 #include <string>
 #include <utility>
@@ -35,13 +37,14 @@ std::u16string FoldedText(const std::u16string& text) {
   return out;
 }
 
-// "*" and "?" on case-folded text; the last "*" met is where a mismatch
-// resumes, which keeps the match linear for the patterns people write.
-bool MatchFolded(const std::u16string& name, const char16_t* pattern, std::size_t patternLength) {
+// "*" and "?", the name folded as it is read; the last "*" met is where a
+// mismatch resumes, which keeps the match linear for the patterns people
+// write.
+bool MatchFolded(const char16_t* name, std::size_t nameLength, const char16_t* pattern, std::size_t patternLength) {
   std::size_t n = 0, p = 0;
   std::size_t starP = std::u16string::npos, starN = 0;
-  while (n < name.size()) {
-    if (p < patternLength && (pattern[p] == u'?' || pattern[p] == name[n])) {
+  while (n < nameLength) {
+    if (p < patternLength && (pattern[p] == u'?' || pattern[p] == Folded(name[n]))) {
       ++n;
       ++p;
     } else if (p < patternLength && pattern[p] == u'*') {
@@ -58,24 +61,27 @@ bool MatchFolded(const std::u16string& name, const char16_t* pattern, std::size_
   return p == patternLength;
 }
 
-// `foldedPattern` is already case-folded; `name` is folded here.
-bool MatchesFoldedPattern(const std::u16string& name, const std::u16string& foldedPattern) {
-  const std::u16string foldedName = FoldedText(name);
-  if (MatchFolded(foldedName, foldedPattern.data(), foldedPattern.size())) return true;
+// `foldedPattern` is already case-folded.
+bool MatchesFoldedPattern(const char16_t* name, std::size_t length, const std::u16string& foldedPattern) {
+  if (MatchFolded(name, length, foldedPattern.data(), foldedPattern.size())) return true;
   // A trailing ".*" may also match nothing, dot included: "plan.*" finds
   // "plan", and "*.*" finds every name.
-  const std::size_t length = foldedPattern.size();
-  return length >= 2 && foldedPattern[length - 2] == u'.' && foldedPattern[length - 1] == u'*' &&
-         MatchFolded(foldedName, foldedPattern.data(), length - 2);
+  const std::size_t patternLength = foldedPattern.size();
+  return patternLength >= 2 && foldedPattern[patternLength - 2] == u'.' && foldedPattern[patternLength - 1] == u'*' &&
+         MatchFolded(name, length, foldedPattern.data(), patternLength - 2);
 }
 
-std::u16string NameFromNative(const char* native) {
-  std::u16string out;
+// Appends a name from the file system to the text; file names are mostly
+// ASCII, which needs no converter.
+void AppendName(const char* native, std::u16string* text) {
   for (const char* c = native; *c != '\0'; ++c) {
-    if (static_cast<unsigned char>(*c) >= 0x80) return posix::LibraryPath(native);
-    out += static_cast<char16_t>(*c);
+    if (static_cast<unsigned char>(*c) >= 0x80) {
+      text->resize(text->size() - static_cast<std::size_t>(c - native));
+      *text += posix::LibraryPath(native);
+      return;
+    }
+    text->push_back(static_cast<char16_t>(*c));
   }
-  return out;
 }
 
 bool IsDirectoryEntry(int dirFd, const struct dirent* entry) {
@@ -100,27 +106,41 @@ void SplitSearch(const std::u16string& search, std::u16string* dir, std::u16stri
   *pattern = search.substr(last + 1);
 }
 
-struct SortedEntry {
-  std::u16string key;
+// An entry while the listing is sorted: the first eight case-folded units
+// of its name, big-endian and padded with zeros, so that most comparisons
+// never leave the entry.
+struct Sortable {
+  std::uint64_t head[2];
   DirectoryEntry entry;
 };
 
-void SortByName(std::vector<DirectoryEntry>* entries) {
-  std::vector<SortedEntry> sorted;
-  sorted.reserve(entries->size());
-  for (DirectoryEntry& entry : *entries) {
-    std::u16string key = FoldedText(entry.name);
-    sorted.push_back(SortedEntry{std::move(key), std::move(entry)});
+Sortable MakeSortable(const char16_t* name, const DirectoryEntry& entry) {
+  Sortable sortable{{0, 0}, entry};
+  for (std::size_t i = 0; i < 8; ++i) {
+    const std::uint64_t unit = i < entry.length ? Folded(name[i]) : 0;
+    sortable.head[i / 4] = (sortable.head[i / 4] << 16) | unit;
   }
-  std::sort(sorted.begin(), sorted.end(), [](const SortedEntry& a, const SortedEntry& b) {
-    if (a.key != b.key) return a.key < b.key;
-    return a.entry.name < b.entry.name;
-  });
-  entries->clear();
-  for (SortedEntry& item : sorted) entries->push_back(std::move(item.entry));
+  return sortable;
 }
 
-bool FindNative(const std::u16string& search, std::vector<DirectoryEntry>* out) {
+// Letters without case first, then code units, so that the order is total.
+bool ComesBefore(const std::u16string& names, const Sortable& x, const Sortable& y) {
+  if (x.head[0] != y.head[0]) return x.head[0] < y.head[0];
+  if (x.head[1] != y.head[1]) return x.head[1] < y.head[1];
+  const DirectoryEntry& a = x.entry;
+  const DirectoryEntry& b = y.entry;
+  const char16_t* p = names.data() + a.offset;
+  const char16_t* q = names.data() + b.offset;
+  const std::size_t common = a.length < b.length ? a.length : b.length;
+  for (std::size_t i = 8; i < common; ++i) {
+    const char16_t u = Folded(p[i]), v = Folded(q[i]);
+    if (u != v) return u < v;
+  }
+  if (a.length != b.length) return a.length < b.length;
+  return names.compare(a.offset, a.length, names, b.offset, b.length) < 0;
+}
+
+bool FindNative(const std::u16string& search, DirectoryListing* out) {
   std::u16string dir, pattern;
   SplitSearch(search, &dir, &pattern);
   const std::u16string foldedPattern = FoldedText(pattern);
@@ -129,33 +149,50 @@ bool FindNative(const std::u16string& search, std::vector<DirectoryEntry>* out) 
   DIR* stream = ::opendir(nativeDir.c_str());
   if (stream == nullptr) return false;
   const int dirFd = ::dirfd(stream);
+  std::u16string& names = out->names;
+  names.reserve(8192);
+  // Kept from one listing to the next (the library runs in one thread at a
+  // time), so that large directories do not fault in fresh pages each time.
+  static thread_local std::vector<Sortable> sorting;
+  sorting.clear();
   // A directory removed while it is read simply ends the listing; what was
   // read until then is kept.
   while (const struct dirent* entry = ::readdir(stream)) {
-    std::u16string name = NameFromNative(entry->d_name);
-    if (!MatchesFoldedPattern(name, foldedPattern)) continue;
-    out->push_back(DirectoryEntry{std::move(name), IsDirectoryEntry(dirFd, entry)});
+    const std::size_t offset = names.size();
+    AppendName(entry->d_name, &names);
+    const std::size_t length = names.size() - offset;
+    if (!MatchesFoldedPattern(names.data() + offset, length, foldedPattern)) {
+      names.resize(offset);
+      continue;
+    }
+    sorting.push_back(MakeSortable(names.data() + offset, DirectoryEntry{offset, length, IsDirectoryEntry(dirFd, entry)}));
   }
   ::closedir(stream);
-  SortByName(out);
-  return !out->empty();
+  std::sort(sorting.begin(), sorting.end(),
+            [&names](const Sortable& x, const Sortable& y) { return ComesBefore(names, x, y); });
+  out->entries.reserve(sorting.size());
+  for (const Sortable& sorted : sorting) out->entries.push_back(sorted.entry);
+  if (sorting.capacity() > 65536) std::vector<Sortable>().swap(sorting);
+  return !out->entries.empty();
 }
 
 }  // namespace
 
-bool FindEntries(const char16_t* search, std::vector<DirectoryEntry>* out) {
-  out->clear();
+bool FindEntries(const char16_t* search, DirectoryListing* out) {
+  out->names.clear();
+  out->entries.clear();
   try {
     return FindNative(search, out);
   } catch (const std::bad_alloc&) {
-    out->clear();
+    out->names.clear();
+    out->entries.clear();
     return false;
   }
 }
 
 bool MatchesPattern(const std::u16string& name, const std::u16string& pattern) {
   try {
-    return MatchesFoldedPattern(name, FoldedText(pattern));
+    return MatchesFoldedPattern(name.data(), name.size(), FoldedText(pattern));
   } catch (const std::bad_alloc&) {
     return false;
   }

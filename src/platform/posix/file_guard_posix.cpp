@@ -46,13 +46,13 @@ Attempt TryLock(int fd, GuardMode mode) {
   return Attempt::Granted;
 }
 
-int Acquire(const std::string& path, GuardMode mode, bool create, int timeoutMs) {
+GuardResult Acquire(const std::string& path, GuardMode mode, bool create, int timeoutMs, int* handle) {
   const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
   long pause = 50;
   for (;;) {
     // Read access is enough for flock, and leaves read-only files usable.
     const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | (create ? O_CREAT : 0), 0666);
-    if (fd < 0) return -1;
+    if (fd < 0) return errno == ENOENT && !create ? GuardResult::Missing : GuardResult::Unavailable;
     Attempt attempt = TryLock(fd, mode);
     // The lock is polled rather than waited for, so that a process that
     // hangs while holding it cannot hang us beyond the time-out.
@@ -61,20 +61,24 @@ int Acquire(const std::string& path, GuardMode mode, bool create, int timeoutMs)
       if (pause < 5000) pause *= 2;
       attempt = TryLock(fd, mode);
     }
-    if (attempt == Attempt::Granted && StillNamed(fd, path)) return fd;
+    if (attempt == Attempt::Granted && StillNamed(fd, path)) {
+      *handle = fd;
+      return GuardResult::Held;
+    }
     ::close(fd);
-    if (attempt != Attempt::Granted || Clock::now() >= deadline) return -1;
+    if (attempt != Attempt::Granted || Clock::now() >= deadline) return GuardResult::Unavailable;
   }
 }
 
 }  // namespace
 
-int AcquireFileGuard(const char16_t* path, GuardMode mode, bool create, int timeoutMs) {
+GuardResult AcquireFileGuard(const char16_t* path, GuardMode mode, bool create, int timeoutMs, int* handle) {
+  *handle = -1;
   try {
     const std::string native = posix::NativePath(path);
-    return native.empty() ? -1 : Acquire(native, mode, create, timeoutMs);
+    return native.empty() ? GuardResult::Unavailable : Acquire(native, mode, create, timeoutMs, handle);
   } catch (const std::bad_alloc&) {
-    return -1;
+    return GuardResult::Unavailable;
   }
 }
 
