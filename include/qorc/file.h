@@ -152,15 +152,15 @@ class QORC_API C_FILE {
   // that may have more slots than the count; with nothing found the count is
   // 0 and the array is null, except that ScanDir and GetDirs may return an
   // array with the count 0 when the directory holds only names that are not
-  // listed. Names beginning with "." are never listed. Patterns use "*" and
-  // "?", compare letters without case, and a trailing ".*" also matches
-  // names without a dot ("*.*" matches every name). Entries of a directory
-  // come sorted by name, letters without case (the order NTFS lists them
-  // in), because the order of the platform's own listing is not stable.
-  // A directory that cannot be read, or vanishes while it is read, lists
-  // nothing (or what was read before it vanished) and is no error. A
-  // symbolic link counts as what it points to; one that leads nowhere (a
-  // missing target, a loop) is a file.
+  // listed, and ScanExeDirs always returns its array. Names beginning with
+  // "." are never listed. Patterns use "*" and "?", compare letters without
+  // case, and a trailing ".*" also matches names without a dot ("*.*"
+  // matches every name). Entries of a directory come sorted by name,
+  // letters without case (the order NTFS lists them in), because the order
+  // of the platform's own listing is not stable. A directory that cannot be
+  // read, or vanishes while it is read, lists nothing (or what was read
+  // before it vanished) and is no error. A symbolic link counts as what it
+  // points to; one that leads nowhere (a missing target, a loop) is a file.
 
   // Bare names of the files of dir matching the pattern.
   static void ScanDir(const C_STRING& dir, const C_STRING& pattern, int* count, C_STRING** names);

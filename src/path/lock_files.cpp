@@ -117,16 +117,19 @@ void RewriteWithout(const C_STRING& lockPath, const C_STRING& workPath, int coun
     RemoveIfPresent(workPath);
     return;
   }
+  // The work file replaces the lock file in one step rather than by removal
+  // and renaming, so that a process waiting for the guard never finds the
+  // lock file missing and starts a new one beside the rewrite.
   if (copied == 0) {
-    C_FILE::Remove(lockPath);
+    // The work file goes first: once the lock file is removed our guard
+    // protects nothing, and the next process may already be writing a work
+    // file of its own.
     RemoveIfPresent(workPath);
+    C_FILE::Remove(lockPath);
   } else if (!qorc::platform::ReplaceFile(workPath.GetWCHAR(), lockPath.GetWCHAR())) {
     CerrFileCannotWrite.TriggerMild(&lockPath);
     RemoveIfPresent(workPath);
   }
-  // The work file replaces the lock file in one step rather than by removal
-  // and renaming, so that a process waiting for the guard never finds the
-  // lock file missing and starts a new one beside the rewrite.
   C_ERROR::ReportPending();
 }
 

@@ -48,9 +48,7 @@ bool MakeDirectory(const char16_t* path);
 struct DirectoryIdentity {
   unsigned long long device;
   unsigned long long inode;
-  bool operator==(const DirectoryIdentity& other) const {
-    return device == other.device && inode == other.inode;
-  }
+  bool operator==(const DirectoryIdentity& other) const { return device == other.device && inode == other.inode; }
 };
 
 // The identity of the directory a path leads to (links followed). False

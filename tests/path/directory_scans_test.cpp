@@ -147,8 +147,9 @@ TEST_F(ScanTest, RecursiveScanListsFilesBeforeSubdirectories) {
   fs::create_directories(dir.File(".cache"));
   Touch(dir.File(".cache/5.txt"));
   C_FILE::AddRoot(u"SCANTOP", L(root));
-  EXPECT_EQ(Tree(u"$SCANTOP", "*.txt"), (std::vector<std::string>{"$SCANTOP\\top.txt", "$SCANTOP\\a\\2.txt",
-                                                                  "$SCANTOP\\a\\y\\deep\\3.TXT", "$SCANTOP\\b\\1.txt"}));
+  EXPECT_EQ(Tree(u"$SCANTOP", "*.txt"),
+            (std::vector<std::string>{"$SCANTOP\\top.txt", "$SCANTOP\\a\\2.txt", "$SCANTOP\\a\\y\\deep\\3.TXT",
+                                      "$SCANTOP\\b\\1.txt"}));
   EXPECT_TRUE(Tree(u"$SCANTOP", "*.none").empty());
   EXPECT_TRUE(Tree(L(dir.File("missing")), "*").empty());
 
@@ -240,7 +241,8 @@ TEST_F(ScanTest, ExecutableSearchFollowsPathUntilAnEmptyElement) {
             (std::vector<std::string>{".\\tool.sh", Lib(a + "/tool.sh"), Lib(b + "/tool.sh")}));
   EXPECT_EQ(exe(a + "::" + b, "*.sh"),
             (std::vector<std::string>{".\\tool.sh", Lib(a + "/other.sh"), Lib(a + "/tool.sh")}));
-  EXPECT_EQ(exe(b + ":" + c + ":", "*"), (std::vector<std::string>{".\\tool.sh", Lib(b + "/tool.sh"), Lib(c + "/tool.sh")}));
+  EXPECT_EQ(exe(b + ":" + c + ":", "*"),
+            (std::vector<std::string>{".\\tool.sh", Lib(b + "/tool.sh"), Lib(c + "/tool.sh")}));
   EXPECT_EQ(exe("", "*"), std::vector<std::string>{".\\tool.sh"});
   EXPECT_EQ(exe(a, "*.none"), std::vector<std::string>{});
   fs::current_path(savedDir);
@@ -337,14 +339,25 @@ TEST(ScanPatterns, WindowsRules) {
     bool matches;
   };
   const Case cases[] = {
-      {u"a.txt", u"*", true},         {u"README", u"*.*", true},       {u"a.b.c", u"*.c", true},
-      {u"abc", u"a?c", true},         {u"ac", u"a?c", false},          {u"ABC.Txt", u"abc.TXT", true},
-      {u"plan", u"plan.*", true},     {u"planet", u"plan.*", false},   {u"x.tar.gz", u"*.tar.*", true},
-      {u"\u00C9t\u00E9", u"\u00E9T\u00C9", true}, {u"aaaaaaaaab", u"*a*a*a*b", true}, {u"aaaaaaaaaa", u"*a*a*b", false},
-      {u"", u"*", true},              {u"a", u"", false},              {u"a*b", u"a*b", true},
+      {u"a.txt", u"*", true},
+      {u"README", u"*.*", true},
+      {u"a.b.c", u"*.c", true},
+      {u"abc", u"a?c", true},
+      {u"ac", u"a?c", false},
+      {u"ABC.Txt", u"abc.TXT", true},
+      {u"plan", u"plan.*", true},
+      {u"planet", u"plan.*", false},
+      {u"x.tar.gz", u"*.tar.*", true},
+      {u"\u00C9t\u00E9", u"\u00E9T\u00C9", true},
+      {u"aaaaaaaaab", u"*a*a*a*b", true},
+      {u"aaaaaaaaaa", u"*a*a*b", false},
+      {u"", u"*", true},
+      {u"a", u"", false},
+      {u"a*b", u"a*b", true},
   };
   for (const Case& c : cases) {
-    EXPECT_EQ(MatchesPattern(c.name, c.pattern), c.matches) << Narrow(C_STRING(c.name)) << " ~ " << Narrow(C_STRING(c.pattern));
+    EXPECT_EQ(MatchesPattern(c.name, c.pattern), c.matches)
+        << Narrow(C_STRING(c.name)) << " ~ " << Narrow(C_STRING(c.pattern));
   }
 }
 

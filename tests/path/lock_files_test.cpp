@@ -27,7 +27,9 @@ std::string UserOf(uid_t uid) {
   return entry != nullptr ? entry->pw_name : "";
 }
 
-std::string NameOf(const std::string& user, long pid) { return "\\\\" + Host() + "\\" + user + "\\" + std::to_string(pid); }
+std::string NameOf(const std::string& user, long pid) {
+  return "\\\\" + Host() + "\\" + user + "\\" + std::to_string(pid);
+}
 
 std::string Narrow(const C_STRING& s) {
   std::string out;
@@ -172,7 +174,8 @@ TEST_F(LockFileTest, EntriesSurviveDamagedLockFiles) {
       {a + "\n\x01\x7F\xFF garbage \x80\n" + b, {a, "\x01\x7F\xFF garbage \x80", b}},
       {a + "\nxx" + std::string(1, '\0') + "yy\n" + b + "\n", {a, std::string("xx\0yy", 5), b}},
       // A line longer than the line buffer comes back in pieces.
-      {a + "\n" + longLine + "\n" + b, {a, longLine.substr(0, 4098), longLine.substr(4098, 4098), longLine.substr(8196), b}},
+      {a + "\n" + longLine + "\n" + b,
+       {a, longLine.substr(0, 4098), longLine.substr(4098, 4098), longLine.substr(8196), b}},
       {a + "\r" + b + "\r", {a, b}},
       {a + "\r\n" + b + "\r\n", {a, b}},
       {a, {a}},
@@ -244,11 +247,13 @@ TEST_F(LockFileTest, LockOfAnotherProcessIsSeenAndItsDeathRecognised) {
                               "\\\\pc\\bob\\12x", "\\\\pc\\bob\\99999999999999999999"}) {
     EXPECT_EQ(C_FILE::IsLockerAlive(C_STRING(unknown)), C_LOG()) << unknown;
   }
-  const std::string upper = "\\\\" + [] {
-    std::string host = Host();
-    for (char& c : host) c = static_cast<char>(toupper(c));
-    return host;
-  }() + "\\" + UserOf(geteuid()) + "\\" + std::to_string(getpid());
+  const std::string upper = "\\\\" +
+                            [] {
+                              std::string host = Host();
+                              for (char& c : host) c = static_cast<char>(toupper(c));
+                              return host;
+                            }() +
+                            "\\" + UserOf(geteuid()) + "\\" + std::to_string(getpid());
   EXPECT_EQ(Alive(upper), C_LOG(1));
   EXPECT_FALSE(C_ERROR::Is());
 }

@@ -37,9 +37,9 @@ std::u16string FoldedText(const std::u16string& text) {
   return out;
 }
 
-// "*" and "?", the name folded as it is read; the last "*" met is where a
-// mismatch resumes, which keeps the match linear for the patterns people
-// write.
+// "*" and "?", the name folded as it is read. A mismatch resumes after the
+// last "*" met, one character further on, so no pattern takes more than
+// the name's length times the pattern's.
 bool MatchFolded(const char16_t* name, std::size_t nameLength, const char16_t* pattern, std::size_t patternLength) {
   std::size_t n = 0, p = 0;
   std::size_t starP = std::u16string::npos, starN = 0;
@@ -165,7 +165,8 @@ bool FindNative(const std::u16string& search, DirectoryListing* out) {
       names.resize(offset);
       continue;
     }
-    sorting.push_back(MakeSortable(names.data() + offset, DirectoryEntry{offset, length, IsDirectoryEntry(dirFd, entry)}));
+    sorting.push_back(
+        MakeSortable(names.data() + offset, DirectoryEntry{offset, length, IsDirectoryEntry(dirFd, entry)}));
   }
   ::closedir(stream);
   std::sort(sorting.begin(), sorting.end(),
