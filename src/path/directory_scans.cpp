@@ -40,8 +40,9 @@ bool Reserve(int count, int needed, int* capacity, C_STRING** names) {
   const int grown = needed > 2 * *capacity ? needed : 2 * *capacity;
   C_STRING* larger = qorc::NewArray<C_STRING>(static_cast<std::size_t>(grown));
   if (larger == nullptr) return false;
-  for (int i = 0; i < count; ++i) MoveString(&(*names)[i], &larger[i]);
-  delete[] * names;
+  C_STRING* old = *names;
+  for (int i = 0; i < count; ++i) MoveString(&old[i], &larger[i]);
+  delete[] old;
   *names = larger;
   *capacity = grown;
   return true;
@@ -108,8 +109,9 @@ void ScanTree(const C_STRING& dir, RecursiveScan* scan) {
   C_STRING* names = nullptr;
   C_FILE::ScanDir(dir, scan->pattern, &found, &names);
   if (!C_ERROR::Is() && Reserve(*scan->count, *scan->count + found, &scan->capacity, scan->paths)) {
-    for (int i = 0; i < found && !C_ERROR::Is(); ++i)
+    for (int i = 0; i < found && !C_ERROR::Is(); ++i) {
       C_FILE::MakePath(dir, names[i], &(*scan->paths)[(*scan->count)++]);
+    }
   }
   delete[] names;
   if (C_ERROR::Is()) return;
