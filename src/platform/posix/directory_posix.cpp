@@ -106,38 +106,46 @@ void SplitSearch(const std::u16string& search, std::u16string* dir, std::u16stri
   *pattern = search.substr(last + 1);
 }
 
-// An entry while the listing is sorted: the first eight case-folded units
+// An entry while the listing is sorted: the first twelve case-folded units
 // of its name, big-endian and padded with zeros, so that most comparisons
 // never leave the entry.
+constexpr std::size_t kHeadWords = 3;
+constexpr std::size_t kHeadUnits = 4 * kHeadWords;
+
 struct Sortable {
-  std::uint64_t head[2];
+  std::uint64_t head[kHeadWords];
   DirectoryEntry entry;
 };
 
 Sortable MakeSortable(const char16_t* name, const DirectoryEntry& entry) {
-  Sortable sortable{{0, 0}, entry};
-  for (std::size_t i = 0; i < 8; ++i) {
+  Sortable sortable{{}, entry};
+  for (std::size_t i = 0; i < kHeadUnits; ++i) {
     const std::uint64_t unit = i < entry.length ? Folded(name[i]) : 0;
     sortable.head[i / 4] = (sortable.head[i / 4] << 16) | unit;
   }
   return sortable;
 }
 
-// Letters without case first, then code units, so that the order is total.
-bool ComesBefore(const std::u16string& names, const Sortable& x, const Sortable& y) {
-  if (x.head[0] != y.head[0]) return x.head[0] < y.head[0];
-  if (x.head[1] != y.head[1]) return x.head[1] < y.head[1];
-  const DirectoryEntry& a = x.entry;
-  const DirectoryEntry& b = y.entry;
+// The order of two names whose heads are equal: the rest of the folded
+// units, then the length, then the code units, so that the order is total.
+bool TailComesBefore(const std::u16string& names, const DirectoryEntry& a, const DirectoryEntry& b) {
   const char16_t* p = names.data() + a.offset;
   const char16_t* q = names.data() + b.offset;
   const std::size_t common = a.length < b.length ? a.length : b.length;
-  for (std::size_t i = 8; i < common; ++i) {
+  for (std::size_t i = kHeadUnits; i < common; ++i) {
     const char16_t u = Folded(p[i]), v = Folded(q[i]);
     if (u != v) return u < v;
   }
   if (a.length != b.length) return a.length < b.length;
   return names.compare(a.offset, a.length, names, b.offset, b.length) < 0;
+}
+
+// Letters without case first.
+inline bool ComesBefore(const std::u16string& names, const Sortable& x, const Sortable& y) {
+  for (std::size_t i = 0; i < kHeadWords; ++i) {
+    if (x.head[i] != y.head[i]) return x.head[i] < y.head[i];
+  }
+  return TailComesBefore(names, x.entry, y.entry);
 }
 
 bool FindNative(const std::u16string& search, DirectoryListing* out) {
