@@ -74,13 +74,18 @@ bool MatchesFoldedPattern(const char16_t* name, std::size_t length, const std::u
 // Appends a name from the file system to the text; file names are mostly
 // ASCII, which needs no converter.
 void AppendName(const char* native, std::u16string* text) {
-  for (const char* c = native; *c != '\0'; ++c) {
-    if (static_cast<unsigned char>(*c) >= 0x80) {
-      text->resize(text->size() - static_cast<std::size_t>(c - native));
+  const std::size_t start = text->size();
+  const std::size_t length = std::strlen(native);
+  text->resize(start + length);
+  char16_t* out = &(*text)[start];
+  for (std::size_t i = 0; i < length; ++i) {
+    const unsigned char c = static_cast<unsigned char>(native[i]);
+    if (c >= 0x80) {
+      text->resize(start);
       *text += posix::LibraryPath(native);
       return;
     }
-    text->push_back(static_cast<char16_t>(*c));
+    out[i] = c;
   }
 }
 
