@@ -1,47 +1,28 @@
-#include <sqlite3.h>
-
 #include <tuple>
 
-#include "file/file_test_util.h"
-#include "support/child_process.h"
+#include "device/regkey_test_util.h"
 
 namespace {
 
 std::string RegBytes(const std::u16string& text) {
   std::string bytes("\xFF\xFE", 2);
-  for (char16_t c : text) {
-    bytes.push_back(static_cast<char>(c & 0xFF));
-    bytes.push_back(static_cast<char>(c >> 8));
-  }
+  for (char16_t c : text) bytes += {static_cast<char>(c & 0xFF), static_cast<char>(c >> 8)};
   return bytes;
 }
 
-std::u16string RegText(const std::string& bytes) {
+std::u16string RegText(const std::string& bytes) {  // skips the byte-order mark
   std::u16string text;
   for (std::size_t i = 2; i + 1 < bytes.size(); i += 2) {
-    text.push_back(
-        static_cast<char16_t>(static_cast<unsigned char>(bytes[i]) | (static_cast<unsigned char>(bytes[i + 1]) << 8)));
+    text += static_cast<char16_t>(static_cast<unsigned char>(bytes[i]) | static_cast<unsigned char>(bytes[i + 1]) << 8);
   }
   return text;
 }
 
-// Every entry of a store, by key name, entry name, type and data, sorted.
+// Every entry of a store, by key name, entry name, type and data, sorted, one per line.
 std::string AllEntries(const std::string& database) {
-  sqlite3* db = nullptr;
-  std::string out;
-  sqlite3_open_v2(database.c_str(), &db, SQLITE_OPEN_READONLY, nullptr);
-  sqlite3_stmt* statement = nullptr;
-  sqlite3_prepare_v2(db,
-                     "SELECT hex(k.name) || '|' || hex(e.name) || '|' || e.type || '|' || hex(e.data) AS row "
-                     "FROM entries e JOIN keys k ON k.id = e.key ORDER BY row",
-                     -1, &statement, nullptr);
-  while (sqlite3_step(statement) == SQLITE_ROW) {
-    out += reinterpret_cast<const char*>(sqlite3_column_text(statement, 0));
-    out += '\n';
-  }
-  sqlite3_finalize(statement);
-  sqlite3_close(db);
-  return out;
+  return Sql(database,
+             "SELECT group_concat(row || char(10), '') FROM (SELECT hex(k.name) || '|' || hex(e.name) || '|' || "
+             "e.type || '|' || hex(e.data) AS row FROM entries e JOIN keys k ON k.id = e.key ORDER BY row)");
 }
 
 class RegkeyExchangeTest : public testing::Test {
@@ -50,14 +31,8 @@ class RegkeyExchangeTest : public testing::Test {
   const std::string first = dir.File("first.sqlite");
   const std::string second = dir.File("second.sqlite");
 
-  // Opens Software\Exchange of a store for reading and writing.
-  void OpenExchange(const std::string& database, C_REGKEY* key) {
-    key->Open(C_REGKEY::OpenStore(LibraryPath(database)), C_STRING(u"Software\\Exchange"), C_REGKEY::READ_WRITE, true);
-  }
-  void Import(C_REGKEY* key, const std::u16string& text) {
-    const std::string file = dir.File("in.reg");
-    WriteBytes(file, RegBytes(text));
-    CregkeyImport(key, LibraryPath(file));
+  void OpenExchange(const std::string& database, C_REGKEY* key, C_REGKEY::MODE mode = C_REGKEY::READ_WRITE) {
+    key->Open(C_REGKEY::OpenStore(LibraryPath(database)), u"Software\\Exchange", mode, true);
   }
 };
 
@@ -78,83 +53,51 @@ const char16_t kForeignFile[] =
     u"\r\n"
     u"[-HKEY_CURRENT_USER\\Software\\Vendor\\Old]\r\n";
 
-TEST_F(RegkeyExchangeTest, ForeignFileIsImportedWithItsTypesAndDeletions) {
+TEST_F(RegkeyExchangeTest, ForeignFileImportsAndExportsBackByteForByte) {
   C_REGKEY key;
   OpenExchange(first, &key);
-  C_REGKEY old;
-  old.Open(&key, C_STRING(u"Old\\Inner"), C_REGKEY::WRITE, true);
-  old.Close();
-  key.SetEntry(C_STRING(u"Stale"));
-  key.Write(1);
-  key.SetEntry(C_STRING(u"Kept"));
-  key.Write(2);
+  C_REGKEY().Open(&key, u"Old\\Inner", C_REGKEY::WRITE, true);
+  Put(key, u"Stale", 1);
+  Put(key, u"Kept", 2);
   key.Close();
   OpenExchange(first, &key);
-  Import(&key, kForeignFile);
+  const std::string foreign = dir.File("foreign.reg");
+  WriteBytes(foreign, RegBytes(kForeignFile));
+  CregkeyImport(&key, LibraryPath(foreign));
   ASSERT_FALSE(C_ERROR::Is());
-
-  int count = 0;
-  C_STRING* names = nullptr;
-  key.GetEntries(&count, &names);
-  std::vector<std::u16string> entries;
-  for (int i = 0; i < count; ++i) entries.push_back(Text(names[i]));
-  delete[] names;
-  EXPECT_EQ(entries, (std::vector<std::u16string>{u"Kept", u"Dword", u"Expand", u"Long", u""}));
-  key.GetSubkeys(&count, &names);
-  ASSERT_EQ(count, 1);
-  EXPECT_EQ(Text(names[0]), u"Child");
-  delete[] names;
-  // Text entries hold what WriteReadableString would have stored.
-  C_STRING text;
-  key.SetEntry(C_STRING::VOID);
-  key.Read(&text);
-  EXPECT_EQ(Text(text), u"default");
+  EXPECT_EQ(Names(key), (NameList{u"Kept", u"Dword", u"Expand", u"Long", u""}));
+  EXPECT_EQ(Names(key, true), NameList{u"Child"});
+  EXPECT_EQ(Text(ReadEntry<C_STRING>(key, C_STRING::VOID)), u"default");  // stored as WriteReadableString would
   key.Close();
-  key.Open(C_REGKEY::OpenStore(LibraryPath(first)), C_STRING(u"Software\\Exchange"), C_REGKEY::READ, false);
-  key.SetEntry(C_STRING(u"Dword"));  // neither text nor binary: not selectable
-  EXPECT_EQ(C_ERROR::GetPending(), &CerrInternalError);
-  C_ERROR::ClearPending();
-  key.Close();
+  OpenExchange(first, &key, C_REGKEY::READ);
+  key.SetEntry(u"Dword");  // neither text nor binary: not selectable
+  EXPECT_TRUE(ErrorIsInternal());
   const std::string rows = AllEntries(first);
-  EXPECT_NE(rows.find("|4|2A000000\n"), std::string::npos) << rows;
-  EXPECT_NE(rows.find("|2|250050000000\n"), std::string::npos) << rows;
-  EXPECT_NE(rows.find("|3|0001020304\n"), std::string::npos) << rows;
-
-  key.Open(C_REGKEY::OpenStore(LibraryPath(first)), C_STRING(u"Software\\Exchange\\Child"), C_REGKEY::READ, false);
-  key.SetEntry(C_STRING(u"X"));
-  key.Read(&text);
-  EXPECT_EQ(Text(text), u"y \"quoted\" \\ back");
-  EXPECT_FALSE(C_ERROR::Is());
-}
-
-TEST_F(RegkeyExchangeTest, ExportedKeysImportBackByteForByte) {
-  C_REGKEY key;
-  OpenExchange(first, &key);
-  Import(&key, kForeignFile);
-  key.SetEntry(C_STRING::VOID);
-  key.WriteReadableString(C_STRING(u"root value"));
-  key.SetEntry(C_STRING(u"Fields"));
-  key.Write(5);
-  key.Write(C_STRING(u"ab"));
-  key.Write(C_BOOL(true));
-  key.SetEntry(C_STRING(u"Odd"));
-  key.WriteReadableString(C_STRING(u"ab"));  // 6 bytes, stored as 8
-  key.SetEntry(C_STRING(u"Empty"));
-  key.WriteReadableString(C_STRING::VOID);
-  key.SetEntry(C_STRING(u"Lines"));
-  key.WriteReadableString(C_STRING(u"a\r\nb"));  // kept as hex(1): a string cannot hold a line end
-  key.SetEntry(C_STRING(u"Say \"hi\" \\ there"));
-  key.WriteReadableString(C_STRING(u"caf\u00e9 \u4e2d \"q\" \\"));
+  for (const char* row : {"|4|2A000000\n", "|2|250050000000\n", "|3|0001020304\n"}) {
+    EXPECT_NE(rows.find(row), std::string::npos) << rows;
+  }
+  C_REGKEY child;
+  child.Open(&key, u"Child", C_REGKEY::READ, false);
+  EXPECT_EQ(Text(ReadEntry<C_STRING>(child, u"X")), u"y \"quoted\" \\ back");
+  child.Close();
   key.Close();
+  EXPECT_FALSE(C_ERROR::Is());
+
+  OpenExchange(first, &key);
+  PutTexts(key, {{C_STRING::VOID, u"root value"},
+                 {u"Odd", u"ab"},  // 6 bytes, stored as 8
+                 {u"Empty", C_STRING::VOID},
+                 {u"Lines", u"a\r\nb"},  // kept as hex(1): a string cannot hold a line end
+                 {u"Say \"hi\" \\ there", u"caf\u00e9 \u4e2d \"q\" \\"}});
+  WriteFields(key);
   C_REGKEY deeper;
-  deeper.Open(C_REGKEY::OpenStore(LibraryPath(first)), C_STRING(u"Software\\Exchange\\Sub\\Deeper"), C_REGKEY::WRITE,
-              true);
-  deeper.SetEntry(C_STRING(u"Big"));
+  deeper.Open(&key, u"Sub\\Deeper", C_REGKEY::WRITE, true);
+  deeper.SetEntry(u"Big");
   for (int i = 0; i < 75; ++i) deeper.Write(i * 7919);
   deeper.Close();
+  key.Close();
   ASSERT_FALSE(C_ERROR::Is());
-
-  key.Open(C_REGKEY::OpenStore(LibraryPath(first)), C_STRING(u"software\\exchange"), C_REGKEY::READ, false);
+  key.Open(C_REGKEY::OpenStore(LibraryPath(first)), u"software\\exchange", C_REGKEY::READ, false);
   const std::string exported = dir.File("first.reg");
   CregkeyExport(&key, LibraryPath(exported));
   ASSERT_FALSE(C_ERROR::Is());
@@ -196,8 +139,7 @@ TEST_F(RegkeyExchangeTest, ExportedKeysImportBackByteForByte) {
 TEST_F(RegkeyExchangeTest, MalformedFilesImportNothingAndNameTheLine) {
   C_REGKEY key;
   OpenExchange(first, &key);
-  key.SetEntry(C_STRING(u"Before"));
-  key.Write(1);
+  Put(key, u"Before", 1);
   key.Close();
   OpenExchange(first, &key);
   const std::string before = AllEntries(first);
@@ -230,17 +172,14 @@ TEST_F(RegkeyExchangeTest, MalformedFilesImportNothingAndNameTheLine) {
   }
 
   CregkeyImport(&key, LibraryPath(dir.File("absent.reg")));
-  EXPECT_EQ(C_ERROR::GetPending(), &CerrFileCannotOpen);
-  C_ERROR::ClearPending();
+  EXPECT_EQ(TakeError(), &CerrFileCannotOpen);
   CregkeyExport(&key, LibraryPath(dir.File("no/such/folder.reg")));
-  EXPECT_EQ(C_ERROR::GetPending(), &CerrFileCannotCreate);
-  C_ERROR::ClearPending();
+  EXPECT_EQ(TakeError(), &CerrFileCannotCreate);
   CregkeyExport(&key, C_STRING(u"/dev/full"));
-  EXPECT_EQ(C_ERROR::GetPending(), &CerrFileNotEnoughSpace);
-  C_ERROR::ClearPending();
+  EXPECT_EQ(TakeError(), &CerrFileNotEnoughSpace);
   C_REGKEY closed;
   CregkeyExport(&closed, LibraryPath(file));
-  EXPECT_EQ(C_ERROR::GetPending(), &CerrInternalError);
+  EXPECT_EQ(TakeError(), &CerrInternalError);
 }
 
 }  // namespace
