@@ -4,19 +4,12 @@
 
 namespace {
 
-std::string RegBytes(const std::u16string& text) {
-  std::string bytes("\xFF\xFE", 2);
+std::string Utf16(const std::u16string& text) {
+  std::string bytes;
   for (char16_t c : text) bytes += {static_cast<char>(c & 0xFF), static_cast<char>(c >> 8)};
   return bytes;
 }
-
-std::u16string RegText(const std::string& bytes) {  // skips the byte-order mark
-  std::u16string text;
-  for (std::size_t i = 2; i + 1 < bytes.size(); i += 2) {
-    text += static_cast<char16_t>(static_cast<unsigned char>(bytes[i]) | static_cast<unsigned char>(bytes[i + 1]) << 8);
-  }
-  return text;
-}
+std::string RegBytes(const std::u16string& text) { return "\xFF\xFE" + Utf16(text); }
 
 // Every entry of a store, by key name, entry name, type and data, sorted, one per line.
 std::string AllEntries(const std::string& database) {
@@ -37,8 +30,7 @@ class RegkeyExchangeTest : public testing::Test {
 };
 
 const char16_t kForeignFile[] =
-    u"Windows Registry Editor Version 5.00\r\n"
-    u"\r\n"
+    u"Windows Registry Editor Version 5.00\r\n\r\n"
     u"; written by hand, as a Windows user would\r\n"
     u"[HKEY_CURRENT_USER\\Software\\Vendor]\r\n"
     u"\"Dword\"=dword:0000002a\r\n"
@@ -46,11 +38,9 @@ const char16_t kForeignFile[] =
     u"\"Long\"=hex:00,01,02,\\\r\n"
     u"  03,04\r\n"
     u"\"Stale\"=-\r\n"
-    u"@=\"default\"\r\n"
-    u"\r\n"
+    u"@=\"default\"\r\n\r\n"
     u"[HKEY_CURRENT_USER\\Software\\Vendor\\Child]\r\n"
-    u"\"x\" = \"y \\\"quoted\\\" \\\\ back\"\r\n"
-    u"\r\n"
+    u"\"x\" = \"y \\\"quoted\\\" \\\\ back\"\r\n\r\n"
     u"[-HKEY_CURRENT_USER\\Software\\Vendor\\Old]\r\n";
 
 TEST_F(RegkeyExchangeTest, ForeignFileImportsAndExportsBackByteForByte) {
@@ -102,9 +92,7 @@ TEST_F(RegkeyExchangeTest, ForeignFileImportsAndExportsBackByteForByte) {
   CregkeyExport(&key, LibraryPath(exported));
   ASSERT_FALSE(C_ERROR::Is());
   const std::string bytes = ReadBytes(exported);
-  ASSERT_EQ(bytes.substr(0, 2), "\xFF\xFE");
-  const std::u16string text = RegText(bytes);
-  EXPECT_EQ(text.substr(0, 40), u"Windows Registry Editor Version 5.00\r\n\r\n");
+  EXPECT_EQ(bytes.substr(0, 82), RegBytes(u"Windows Registry Editor Version 5.00\r\n\r\n"));
   for (const char16_t* line :
        {u"\r\n[HKEY_CURRENT_USER\\Software\\Exchange]\r\n", u"\r\n@=\"root value\"\r\n",
         u"\r\n\"Fields\"=hex:05,00,00,00,02,00,00,00,61,00,62,00,01,00,00,00\r\n", u"\r\n\"Odd\"=\"ab\"\r\n",
@@ -112,7 +100,7 @@ TEST_F(RegkeyExchangeTest, ForeignFileImportsAndExportsBackByteForByte) {
         u"\r\n\"Lines\"=hex(1):61,00,0d,00,0a,00,62,00,00,00,00,00\r\n",
         u"\r\n\"Say \\\"hi\\\" \\\\ there\"=\"caf\u00e9 \u4e2d \\\"q\\\" \\\\\"\r\n",
         u"\r\n[HKEY_CURRENT_USER\\Software\\Exchange\\Sub\\Deeper]\r\n", u",\\\r\n  "}) {
-    EXPECT_NE(text.find(line), std::u16string::npos) << testing::PrintToString(std::u16string(line));
+    EXPECT_NE(bytes.find(Utf16(line)), std::string::npos) << testing::PrintToString(std::u16string(line));
   }
 
   C_REGKEY copy;
@@ -132,8 +120,9 @@ TEST_F(RegkeyExchangeTest, ForeignFileImportsAndExportsBackByteForByte) {
               return C_ERROR::Is() ? 1 : 0;
             }),
             0);
-  const std::u16string machine = RegText(ReadBytes(dir.File("machine.reg")));
-  EXPECT_NE(machine.find(u"\r\n[HKEY_LOCAL_MACHINE]\r\n\r\n[HKEY_LOCAL_MACHINE\\Software]\r\n"), std::u16string::npos);
+  EXPECT_NE(ReadBytes(dir.File("machine.reg"))
+                .find(Utf16(u"\r\n[HKEY_LOCAL_MACHINE]\r\n\r\n[HKEY_LOCAL_MACHINE\\Software]\r\n")),
+            std::string::npos);
 }
 
 TEST_F(RegkeyExchangeTest, MalformedFilesImportNothingAndNameTheLine) {
