@@ -6,7 +6,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <initializer_list>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "file/file_test_util.h"
@@ -17,6 +19,7 @@
 namespace {
 
 namespace fs = std::filesystem;
+using Names = std::vector<std::string>;
 
 std::string Narrow(const C_STRING& s) {
   std::string out;
@@ -24,45 +27,65 @@ std::string Narrow(const C_STRING& s) {
   return out;
 }
 
+// A native path in the library's form ("\" as separator).
 std::string Lib(std::string native) {
   for (char& c : native) c = c == '/' ? '\\' : c;
   return native;
 }
-
-// A native path in the library's form ("\" as separator).
 C_STRING L(const std::string& native) { return C_STRING(Lib(native).c_str()); }
 
-// Runs a listing and returns its names; the array and its count must agree.
-std::vector<std::string> Names(int count, C_STRING* names) {
-  std::vector<std::string> out;
+// Calls a listing with a count and an array, and returns the names.
+template <typename Listing>
+Names Listed(Listing listing) {
+  int count = -1;
+  C_STRING* names = nullptr;
+  listing(&count, &names);
+  Names out;
   for (int i = 0; i < count; ++i) out.push_back(Narrow(names[i]));
   delete[] names;
   return out;
 }
 
-std::vector<std::string> Scan(const std::string& dir, const char* pattern) {
-  int count = -1;
-  C_STRING* names = nullptr;
-  C_FILE::ScanDir(L(dir), C_STRING(pattern), &count, &names);
-  return Names(count, names);
+Names Scan(const std::string& dir, const char* pattern) {
+  return Listed([&](int* count, C_STRING** names) { C_FILE::ScanDir(L(dir), C_STRING(pattern), count, names); });
 }
 
-std::vector<std::string> Dirs(const std::string& dir) {
-  int count = -1;
-  C_STRING* names = nullptr;
-  C_FILE::GetDirs(L(dir), &count, &names);
-  return Names(count, names);
+Names Dirs(const std::string& dir) {
+  return Listed([&](int* count, C_STRING** names) { C_FILE::GetDirs(L(dir), count, names); });
 }
 
-std::vector<std::string> Tree(const C_STRING& dir, const char* pattern) {
-  int count = -1;
-  C_STRING* paths = nullptr;
-  C_FILE::ScanDirRecursive(dir, C_STRING(pattern), &count, &paths);
-  EXPECT_EQ(paths == nullptr, count == 0);
-  return Names(count, paths);
+Names Tree(const C_STRING& dir, const char* pattern) {
+  return Listed([&](int* count, C_STRING** paths) {
+    C_FILE::ScanDirRecursive(dir, C_STRING(pattern), count, paths);
+    EXPECT_EQ(*paths == nullptr, *count == 0);
+  });
 }
 
-void Touch(const std::string& path) { WriteBytes(path, "x"); }
+// Runs a search for one file and returns the path it found.
+std::string Found(void (*search)(const C_STRING&, C_STRING*), const char* name) {
+  C_STRING path;
+  search(C_STRING(name), &path);
+  return Narrow(path);
+}
+
+// Creates files, and directories where the name ends in "/", with every
+// missing directory above them.
+void Make(const TempDir& dir, std::initializer_list<std::string> paths) {
+  for (const std::string& path : paths) {
+    fs::create_directories(fs::path(dir.File(path)).parent_path());
+    if (path.back() != '/') WriteBytes(dir.File(path), "x");
+  }
+}
+
+// Works in another current directory until the end of the scope.
+class InDir {
+ public:
+  explicit InDir(const std::string& dir) : saved_(fs::current_path()) { fs::current_path(dir); }
+  ~InDir() { fs::current_path(saved_); }
+
+ private:
+  const fs::path saved_;
+};
 
 class ScanTest : public testing::Test {
  protected:
@@ -76,18 +99,9 @@ class ScanTest : public testing::Test {
 };
 
 TEST_F(ScanTest, ScanDirListsMatchingFilesSortedAndSkipsHiddenOnes) {
-  for (int i = 149; i >= 0; --i) {
-    char name[16];
-    std::snprintf(name, sizeof name, "f%03d.dll", i);
-    Touch(dir.File(name));
-  }
-  Touch(dir.File(".hidden.dll"));
-  Touch(dir.File("Notes.TXT"));
-  Touch(dir.File("README"));
-  Touch(dir.File("plan"));
-  Touch(dir.File("plan.dat"));
-  fs::create_directory(dir.File("sub.dll"));
-  fs::create_directory(dir.File(".git"));
+  for (int i = 149; i >= 0; --i) Make(dir, {"f" + std::to_string(1000 + i).substr(1) + ".dll"});
+  Make(dir, {".hidden.dll", "Notes.TXT", "README", "plan", "plan.dat", "sub.dll/", ".git/", "mixed/b", "mixed/B2",
+             "mixed/a", "mixed/C", "mixed/A"});
 
   int count = 0;
   C_STRING* names = nullptr;
@@ -99,21 +113,14 @@ TEST_F(ScanTest, ScanDirListsMatchingFilesSortedAndSkipsHiddenOnes) {
   EXPECT_TRUE(names[199].IsVoid());
   delete[] names;
 
-  // Letters without case, "?" for one character, a trailing ".*" that also
-  // matches names without a dot.
-  EXPECT_EQ(Scan(root, "F00?.DLL").size(), 10u);
-  EXPECT_EQ(Scan(root, "*.txt"), std::vector<std::string>{"Notes.TXT"});
-  EXPECT_EQ(Scan(root, "plan.*"), (std::vector<std::string>{"plan", "plan.dat"}));
-  EXPECT_EQ(Scan(root, "*.*").size(), 154u);
+  // The pattern rules are those of MatchesPattern (see WindowsRules below).
+  EXPECT_EQ(Scan(root, "*.txt"), Names{"Notes.TXT"});
+  EXPECT_EQ(Scan(root, "plan.*"), (Names{"plan", "plan.dat"}));
   EXPECT_EQ(Scan(root, "*").size(), 154u);
-  EXPECT_EQ(Scan(root, "re*"), std::vector<std::string>{"README"});
-  EXPECT_EQ(Dirs(root), std::vector<std::string>{"sub.dll"});
-
+  EXPECT_EQ(Scan(root, "*.*"), Scan(root, "*"));
+  EXPECT_EQ(Dirs(root), (Names{"mixed", "sub.dll"}));
   // Sorted by name without case, ties in code-unit order.
-  const std::string mixed = dir.File("mixed");
-  fs::create_directory(mixed);
-  for (const char* name : {"b", "B2", "a", "C", "A"}) Touch(mixed + "/" + name);
-  EXPECT_EQ(Scan(mixed, "*"), (std::vector<std::string>{"A", "a", "b", "B2", "C"}));
+  EXPECT_EQ(Scan(dir.File("mixed"), "*"), (Names{"A", "a", "b", "B2", "C"}));
 
   // Missing: nothing, no array, no error. Present but holding only what is
   // never listed: the count is 0 (the array may be there).
@@ -127,31 +134,23 @@ TEST_F(ScanTest, ScanDirListsMatchingFilesSortedAndSkipsHiddenOnes) {
   EXPECT_FALSE(C_ERROR::Is());
 }
 
-TEST_F(ScanTest, LinksCountAsWhatTheyPointTo) {
-  fs::create_directory(dir.File("real"));
-  Touch(dir.File("real/inside.txt"));
-  Touch(dir.File("file.txt"));
-  fs::create_symlink("file.txt", dir.File("to-file.txt"));
-  fs::create_directory_symlink("real", dir.File("to-real"));
-  fs::create_symlink("nowhere", dir.File("broken.txt"));
-  fs::create_symlink("looped.txt", dir.File("looped.txt"));
-  EXPECT_EQ(Scan(root, "*"), (std::vector<std::string>{"broken.txt", "file.txt", "looped.txt", "to-file.txt"}));
-  EXPECT_EQ(Dirs(root), (std::vector<std::string>{"real", "to-real"}));
-}
-
-TEST_F(ScanTest, RecursiveScanListsFilesBeforeSubdirectories) {
-  for (const char* path : {"b", "a/x", "a/y/deep"}) fs::create_directories(dir.File(path));
-  for (const char* file : {"top.txt", "b/1.txt", "a/2.txt", "a/y/deep/3.TXT", "a/x/.hidden.txt", "a/x/4.dat"}) {
-    Touch(dir.File(file));
-  }
-  fs::create_directories(dir.File(".cache"));
-  Touch(dir.File(".cache/5.txt"));
+TEST_F(ScanTest, RecursiveScanListsFilesBeforeSubdirectoriesAndFollowsLinksOnce) {
+  Make(dir, {"top.txt", "b/1.txt", "a/2.txt", "a/y/deep/3.TXT", "a/x/.hidden.txt", "a/x/4.dat", ".cache/5.txt"});
   C_FILE::AddRoot(u"SCANTOP", L(root));
   EXPECT_EQ(Tree(u"$SCANTOP", "*.txt"),
-            (std::vector<std::string>{"$SCANTOP\\top.txt", "$SCANTOP\\a\\2.txt", "$SCANTOP\\a\\y\\deep\\3.TXT",
-                                      "$SCANTOP\\b\\1.txt"}));
+            (Names{"$SCANTOP\\top.txt", "$SCANTOP\\a\\2.txt", "$SCANTOP\\a\\y\\deep\\3.TXT", "$SCANTOP\\b\\1.txt"}));
   EXPECT_TRUE(Tree(u"$SCANTOP", "*.none").empty());
   EXPECT_TRUE(Tree(L(dir.File("missing")), "*").empty());
+
+  // A link counts as what it points to; broken and looped links as files.
+  Make(dir, {"flat/real/inside.txt", "flat/file.txt"});
+  fs::create_symlink("file.txt", dir.File("flat/to-file.txt"));
+  fs::create_directory_symlink("real", dir.File("flat/to-real"));
+  fs::create_symlink("nowhere", dir.File("flat/broken.txt"));
+  fs::create_symlink("looped.txt", dir.File("flat/looped.txt"));
+  EXPECT_EQ(Scan(dir.File("flat"), "*"), (Names{"broken.txt", "file.txt", "looped.txt", "to-file.txt"}));
+  EXPECT_EQ(Dirs(dir.File("flat")), (Names{"real", "to-real"}));
+  fs::remove_all(dir.File("flat"));
 
   // Links that lead back up are not entered again: the scan ends, and each
   // file comes once for every way down that does not go round in a circle.
@@ -159,44 +158,33 @@ TEST_F(ScanTest, RecursiveScanListsFilesBeforeSubdirectories) {
   fs::create_directory_symlink(".", dir.File("a/y/self"));
   fs::create_directory_symlink(dir.File("b"), dir.File("a/to-b"));
   fs::create_symlink("knot", dir.File("b/knot"));
-  EXPECT_EQ(Tree(L(root), "*.txt"),
-            (std::vector<std::string>{Lib(root + "/top.txt"), Lib(root + "/a/2.txt"), Lib(root + "/a/to-b/1.txt"),
-                                      Lib(root + "/a/y/deep/3.TXT"), Lib(root + "/b/1.txt")}));
+  EXPECT_EQ(Tree(L(root), "*.txt"), (Names{Lib(root + "/top.txt"), Lib(root + "/a/2.txt"), Lib(root + "/a/to-b/1.txt"),
+                                           Lib(root + "/a/y/deep/3.TXT"), Lib(root + "/b/1.txt")}));
   EXPECT_FALSE(C_ERROR::Is());
 }
 
 TEST_F(ScanTest, UnreadableAndVanishingDirectoriesEndTheirPartQuietly) {
-  fs::create_directories(dir.File("open/inner"));
-  fs::create_directories(dir.File("closed/inner"));
-  Touch(dir.File("open/inner/1.txt"));
-  Touch(dir.File("closed/2.txt"));
-  Touch(dir.File("closed/inner/3.txt"));
-  Touch(dir.File("4.txt"));
+  Make(dir, {"open/inner/1.txt", "closed/2.txt", "closed/inner/3.txt", "4.txt"});
   chmod(root.c_str(), 0755);
   chmod(dir.File("closed").c_str(), 0700);
   // Root reads everything, so the scan runs as another user where we are root.
   EXPECT_EQ(RunInChild([&] {
               if (geteuid() == 0 && seteuid(65534) != 0) return 90;
-              const std::vector<std::string> found = Tree(L(root), "*.txt");
-              const std::vector<std::string> expected = {Lib(root + "/4.txt"), Lib(root + "/open/inner/1.txt")};
-              return found == expected && !C_ERROR::Is() ? 0 : 1;
+              const Names expected = {Lib(root + "/4.txt"), Lib(root + "/open/inner/1.txt")};
+              return Tree(L(root), "*.txt") == expected && !C_ERROR::Is() ? 0 : 1;
             }),
             0);
+  {
+    // The current directory removed under us lists nothing.
+    Make(dir, {"gone/x.txt", "stable/churn/"});
+    const InDir gone(dir.File("gone"));
+    fs::remove_all(dir.File("gone"));
+    EXPECT_TRUE(Scan(".", "*").empty());
+    EXPECT_TRUE(Tree(u".", "*").empty());
+  }
 
-  // The current directory removed under us lists nothing.
-  const fs::path saved = fs::current_path();
-  fs::create_directory(dir.File("gone"));
-  Touch(dir.File("gone/x.txt"));
-  fs::current_path(dir.File("gone"));
-  fs::remove_all(dir.File("gone"));
-  EXPECT_TRUE(Scan(".", "*").empty());
-  EXPECT_TRUE(Tree(u".", "*").empty());
-  fs::current_path(saved);
-
-  // Subtrees that come and go while the tree is scanned: the stable files
-  // are always found, the others only whole or not at all, and nothing is
-  // ever pending.
-  fs::create_directories(dir.File("stable/churn"));
+  // Subtrees that come and go while the tree is scanned: their files are
+  // found only whole or not at all, and nothing is ever pending.
   const pid_t churner = fork();
   if (churner == 0) {
     for (unsigned n = 0;; ++n) {
@@ -209,7 +197,7 @@ TEST_F(ScanTest, UnreadableAndVanishingDirectoriesEndTheirPartQuietly) {
     }
   }
   for (int round = 0; round < 200; ++round) {
-    const std::vector<std::string> found = Tree(L(dir.File("stable")), "*");
+    const Names found = Tree(L(dir.File("stable")), "*");
     ASSERT_FALSE(C_ERROR::Is());
     for (const std::string& path : found) {
       EXPECT_EQ(path.rfind(Lib(dir.File("stable/churn/t")), 0), 0u) << path;
@@ -221,94 +209,64 @@ TEST_F(ScanTest, UnreadableAndVanishingDirectoriesEndTheirPartQuietly) {
 }
 
 TEST_F(ScanTest, ExecutableSearchFollowsPathUntilAnEmptyElement) {
-  for (const char* sub : {"cwd", "a", "b", "c"}) fs::create_directory(dir.File(sub));
-  for (const char* file : {"cwd/tool.sh", "a/tool.sh", "a/other.sh", "b/tool.sh", "c/tool.sh", "a/.tool.sh"}) {
-    Touch(dir.File(file));
-  }
-  const fs::path savedDir = fs::current_path();
+  Make(dir, {"cwd/tool.sh", "a/tool.sh", "a/other.sh", "b/tool.sh", "c/tool.sh", "a/.tool.sh"});
+  const InDir cwd(dir.File("cwd"));
   const char* savedPath = std::getenv("PATH");
-  const std::string savedValue = savedPath != nullptr ? savedPath : "";
-  fs::current_path(dir.File("cwd"));
+  const std::string saved = savedPath != nullptr ? savedPath : "";
   auto exe = [](const std::string& path, const char* pattern) {
     setenv("PATH", path.c_str(), 1);
-    int count = -1;
-    C_STRING* paths = nullptr;
-    C_FILE::ScanExeDirs(C_STRING(pattern), &count, &paths);
-    return Names(count, paths);
+    return Listed([&](int* count, C_STRING** paths) { C_FILE::ScanExeDirs(C_STRING(pattern), count, paths); });
   };
   const std::string a = dir.File("a"), b = dir.File("b"), c = dir.File("c");
-  EXPECT_EQ(exe(a + ":" + b + ":" + a, "tool.*"),
-            (std::vector<std::string>{".\\tool.sh", Lib(a + "/tool.sh"), Lib(b + "/tool.sh")}));
-  EXPECT_EQ(exe(a + "::" + b, "*.sh"),
-            (std::vector<std::string>{".\\tool.sh", Lib(a + "/other.sh"), Lib(a + "/tool.sh")}));
-  EXPECT_EQ(exe(b + ":" + c + ":", "*"),
-            (std::vector<std::string>{".\\tool.sh", Lib(b + "/tool.sh"), Lib(c + "/tool.sh")}));
-  EXPECT_EQ(exe("", "*"), std::vector<std::string>{".\\tool.sh"});
-  EXPECT_EQ(exe(a, "*.none"), std::vector<std::string>{});
-  fs::current_path(savedDir);
-  setenv("PATH", savedValue.c_str(), 1);
+  EXPECT_EQ(exe(a + ":" + b + ":" + a, "tool.*"), (Names{".\\tool.sh", Lib(a + "/tool.sh"), Lib(b + "/tool.sh")}));
+  EXPECT_EQ(exe(a + "::" + b, "*.sh"), (Names{".\\tool.sh", Lib(a + "/other.sh"), Lib(a + "/tool.sh")}));
+  EXPECT_EQ(exe(b + ":" + c + ":", "*"), (Names{".\\tool.sh", Lib(b + "/tool.sh"), Lib(c + "/tool.sh")}));
+  EXPECT_EQ(exe("", "*"), Names{".\\tool.sh"});
+  EXPECT_EQ(exe(a, "*.none"), Names{});
+  setenv("PATH", saved.c_str(), 1);
   EXPECT_FALSE(C_ERROR::Is());
 }
 
 TEST_F(ScanTest, ProductDirectoriesAreSearchedInTheirOrders) {
-  const char* roots[][2] = {{"QORGROUP", "group"}, {"QORCONFIG", "config"}, {"QORLANG", "lang"},
-                            {"QORHOME", "home"},   {"QORTARGET", "target"}, {"QOREXTTARGET", "ext"}};
-  for (const auto& r : roots) {
-    fs::create_directories(dir.File(r[1]));
-    C_FILE::AddRoot(C_STRING(r[0]), L(dir.File(r[1])));
-  }
-  for (const char* sub : {"config/v2", "home/bin", "home/binext", "target/bin", "ext/bin", "cwd"}) {
-    fs::create_directories(dir.File(sub));
-  }
-  for (const char* file : {"config/app.ini", "config/v2/app.ini", "lang/app.ini", "home/bin/app.ini",
-                           "home/binext/tool.dll", "home/bin/tool.dll", "target/bin/only.dll", "cwd/here.ini"}) {
-    Touch(dir.File(file));
-  }
-  const fs::path saved = fs::current_path();
-  fs::current_path(dir.File("cwd"));
-  auto single = [](const char* name, void (*search)(const C_STRING&, C_STRING*)) {
-    C_STRING path;
-    search(C_STRING(name), &path);
-    return Narrow(path);
-  };
-  auto qor = [](const C_STRING& name, C_STRING* path) { C_FILE::ScanQorDirs(name, path); };
-  EXPECT_EQ(single("app.ini", qor), Lib(dir.File("config/app.ini")));
+  Make(dir, {"config/app.ini", "config/v2/app.ini", "lang/app.ini", "home/bin/app.ini", "home/binext/tool.dll",
+             "home/bin/tool.dll", "target/bin/only.dll", "ext/bin/", "group/", "cwd/here.ini"});
+  const std::pair<const char*, const char*> roots[] = {{"QORGROUP", "group"},   {"QORCONFIG", "config"},
+                                                       {"QORLANG", "lang"},     {"QORHOME", "home"},
+                                                       {"QORTARGET", "target"}, {"QOREXTTARGET", "ext"}};
+  for (const auto& [name, sub] : roots) C_FILE::AddRoot(C_STRING(name), L(dir.File(sub)));
+  InDir cwd(dir.File("cwd"));
+  EXPECT_EQ(Found(C_FILE::ScanQorDirs, "app.ini"), Lib(dir.File("config/app.ini")));
   C_FILE::ConfigVersion = u"v2";
-  EXPECT_EQ(single("app.ini", qor), Lib(dir.File("config") + "/v2/app.ini"));
-  EXPECT_EQ(single("only.dll", qor), Lib(dir.File("target") + "/bin/only.dll"));
-  EXPECT_EQ(single("here.ini", qor), Lib(dir.File("cwd") + "/") + "\\here.ini");
+  EXPECT_EQ(Found(C_FILE::ScanQorDirs, "app.ini"), Lib(dir.File("config") + "/v2/app.ini"));
+  EXPECT_EQ(Found(C_FILE::ScanQorDirs, "only.dll"), Lib(dir.File("target") + "/bin/only.dll"));
+  EXPECT_EQ(Found(C_FILE::ScanQorDirs, "here.ini"), Lib(dir.File("cwd") + "/") + "\\here.ini");
+  EXPECT_EQ(Found(C_FILE::ScanBinDirs, "tool.dll"), Lib(dir.File("home") + "/binext/tool.dll"));
+  EXPECT_EQ(Found(C_FILE::ScanBinDirs, "app.ini"), Lib(dir.File("home") + "/bin/app.ini"));
   EXPECT_FALSE(C_ERROR::Is());
-  // The last candidate, as written.
-  EXPECT_EQ(single("absent.ini", qor), Lib(dir.File("cwd") + "/") + "/absent.ini");
+  // Not found: the last candidate, as written.
+  EXPECT_EQ(Found(C_FILE::ScanQorDirs, "absent.ini"), Lib(dir.File("cwd") + "/") + "/absent.ini");
   EXPECT_TRUE(CerrFileNotFound.IsPending());
   EXPECT_EQ(Narrow(C_ERROR::GetPendingExtra()), "absent.ini");
   C_ERROR::ClearPending();
-  auto bin = [](const C_STRING& name, C_STRING* path) { C_FILE::ScanBinDirs(name, path); };
-  EXPECT_EQ(single("tool.dll", bin), Lib(dir.File("home") + "/binext/tool.dll"));
-  EXPECT_EQ(single("app.ini", bin), Lib(dir.File("home") + "/bin/app.ini"));
-  single("only.dll", bin);
+  Found(C_FILE::ScanBinDirs, "only.dll");
   EXPECT_TRUE(CerrFileNotFound.IsPending());
   C_ERROR::ClearPending();
 
   // Collecting: the versioned configuration after the plain one, the
   // directories as written, then the current directory.
   auto all = [](const char* pattern) {
-    int count = -1;
-    C_STRING* paths = nullptr;
-    C_FILE::ScanQorDirs(C_STRING(pattern), &count, &paths);
-    return Names(count, paths);
+    return Listed([&](int* count, C_STRING** paths) { C_FILE::ScanQorDirs(C_STRING(pattern), count, paths); });
   };
-  EXPECT_EQ(all("*.ini"), (std::vector<std::string>{"$QORCONFIG/app.ini", "$QORCONFIG/v2/app.ini", "$QORLANG/app.ini",
-                                                    "$QORHOME/bin/app.ini", Lib(dir.File("cwd") + "/") + "here.ini"}));
+  EXPECT_EQ(all("*.ini"), (Names{"$QORCONFIG/app.ini", "$QORCONFIG/v2/app.ini", "$QORLANG/app.ini",
+                                 "$QORHOME/bin/app.ini", Lib(dir.File("cwd") + "/") + "here.ini"}));
   EXPECT_TRUE(all("*.none").empty());
   // The current directory is left out when it is the bin directory, but
   // not when it is binext: its files then come twice.
   fs::current_path(dir.File("home/bin"));
-  EXPECT_EQ(all("tool.*"), (std::vector<std::string>{"$QORHOME/binext/tool.dll", "$QORHOME/bin/tool.dll"}));
+  EXPECT_EQ(all("tool.*"), (Names{"$QORHOME/binext/tool.dll", "$QORHOME/bin/tool.dll"}));
   fs::current_path(dir.File("home/binext"));
-  EXPECT_EQ(all("tool.*"), (std::vector<std::string>{"$QORHOME/binext/tool.dll", "$QORHOME/bin/tool.dll",
-                                                     Lib(dir.File("home/binext") + "/") + "tool.dll"}));
-  fs::current_path(saved);
+  EXPECT_EQ(all("tool.*"), (Names{"$QORHOME/binext/tool.dll", "$QORHOME/bin/tool.dll",
+                                  Lib(dir.File("home/binext") + "/") + "tool.dll"}));
   EXPECT_FALSE(C_ERROR::Is());
 }
 
@@ -320,44 +278,28 @@ TEST_F(ScanTest, MakeDirCreatesEveryMissingLevel) {
   C_FILE::MakeDir(u"$MADE\\q\\r");
   EXPECT_TRUE(fs::is_directory(dir.File("x/q/r")));
   EXPECT_FALSE(C_ERROR::Is());
-
   C_FILE::MakeDir(C_STRING());
   EXPECT_TRUE(CerrFileCannotCreate.IsPending());
   EXPECT_TRUE(C_ERROR::GetPendingExtra().IsVoid());
   C_ERROR::ClearPending();
-  Touch(dir.File("blocker"));
+  Make(dir, {"blocker"});
   C_FILE::MakeDir(L(dir.File("blocker/sub")));
   EXPECT_TRUE(CerrFileCannotCreate.IsPending());
   C_ERROR::ClearPending();
 }
 
 TEST(ScanPatterns, WindowsRules) {
-  using qorc::platform::MatchesPattern;
-  struct Case {
-    const char16_t* name;
-    const char16_t* pattern;
-    bool matches;
-  };
-  const Case cases[] = {
-      {u"a.txt", u"*", true},
-      {u"README", u"*.*", true},
-      {u"a.b.c", u"*.c", true},
-      {u"abc", u"a?c", true},
-      {u"ac", u"a?c", false},
-      {u"ABC.Txt", u"abc.TXT", true},
-      {u"plan", u"plan.*", true},
-      {u"planet", u"plan.*", false},
-      {u"x.tar.gz", u"*.tar.*", true},
-      {u"\u00C9t\u00E9", u"\u00E9T\u00C9", true},
-      {u"aaaaaaaaab", u"*a*a*a*b", true},
-      {u"aaaaaaaaaa", u"*a*a*b", false},
-      {u"", u"*", true},
-      {u"a", u"", false},
-      {u"a*b", u"a*b", true},
-  };
-  for (const Case& c : cases) {
-    EXPECT_EQ(MatchesPattern(c.name, c.pattern), c.matches)
-        << Narrow(C_STRING(c.name)) << " ~ " << Narrow(C_STRING(c.pattern));
+  // clang-format off
+  const std::tuple<const char16_t*, const char16_t*, bool> cases[] = {
+      {u"a.txt", u"*", true},         {u"README", u"*.*", true},        {u"a.b.c", u"*.c", true},
+      {u"abc", u"a?c", true},         {u"ac", u"a?c", false},           {u"ABC.Txt", u"abc.TXT", true},
+      {u"plan", u"plan.*", true},     {u"planet", u"plan.*", false},    {u"x.tar.gz", u"*.tar.*", true},
+      {u"aaaaaaaaab", u"*a*a*a*b", true}, {u"aaaaaaaaaa", u"*a*a*b", false},
+      {u"\u00C9t\u00E9", u"\u00E9T\u00C9", true}, {u"", u"*", true}, {u"a", u"", false}, {u"a*b", u"a*b", true}};
+  // clang-format on
+  for (const auto& [name, pattern, matches] : cases) {
+    EXPECT_EQ(qorc::platform::MatchesPattern(name, pattern), matches)
+        << Narrow(C_STRING(name)) << " ~ " << Narrow(C_STRING(pattern));
   }
 }
 

@@ -1,5 +1,6 @@
 #include <pwd.h>
 #include <sched.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -16,6 +17,9 @@
 
 namespace {
 
+namespace fs = std::filesystem;
+using Entries = std::vector<std::string>;
+
 std::string Host() {
   char name[256] = {};
   gethostname(name, sizeof name - 1);
@@ -27,9 +31,9 @@ std::string UserOf(uid_t uid) {
   return entry != nullptr ? entry->pw_name : "";
 }
 
-std::string NameOf(const std::string& user, long pid) {
-  return "\\\\" + Host() + "\\" + user + "\\" + std::to_string(pid);
-}
+// "\\host\user", the locker name without its process.
+std::string Owner(const std::string& user, const std::string& host = Host()) { return "\\\\" + host + "\\" + user; }
+std::string NameOf(const std::string& user, long pid) { return Owner(user) + "\\" + std::to_string(pid); }
 
 std::string Narrow(const C_STRING& s) {
   std::string out;
@@ -37,11 +41,11 @@ std::string Narrow(const C_STRING& s) {
   return out;
 }
 
-std::vector<std::string> Lockers(const C_STRING& document) {
+Entries Lockers(const C_STRING& document) {
   int count = -1;
   C_STRING* lockers = nullptr;
   C_FILE::GetLockers(document, &count, &lockers);
-  std::vector<std::string> out;
+  Entries out;
   for (int i = 0; i < count; ++i) out.push_back(Narrow(lockers[i]));
   EXPECT_EQ(lockers == nullptr, count == 0);
   delete[] lockers;
@@ -54,6 +58,11 @@ C_LOG Alive(const std::string& locker) { return C_FILE::IsLockerAlive(C_STRING(l
 std::vector<std::string> g_reports;
 void RecordReport(const C_STRING& key, const C_STRING& text) { g_reports.push_back(Narrow(key) + "|" + Narrow(text)); }
 
+// Runs `body` in a child acting as `uid` (0: stays root).
+int AsUser(uid_t uid, const std::function<int()>& body) {
+  return RunInChild([&] { return uid != 0 && seteuid(uid) != 0 ? 90 : body(); });
+}
+
 class LockFileTest : public testing::Test {
  protected:
   void SetUp() override {
@@ -65,112 +74,53 @@ class LockFileTest : public testing::Test {
   const std::string lockFile = document + ".lck";
   const C_STRING doc = LibraryPath(document);
   const std::string me = NameOf(UserOf(geteuid()), getpid());
+  const std::string a = "\\\\pcA\\bob\\1", b = "\\\\pcB\\carol\\2";
 };
 
-// A forked process of the same user that holds a lock until it is released.
-class OtherHolder {
- public:
-  explicit OtherHolder(const C_STRING& document) {
-    int ready[2], release[2];
-    if (pipe(ready) != 0 || pipe(release) != 0) return;
-    pid_ = fork();
-    if (pid_ == 0) {
-      close(ready[0]);
-      close(release[1]);
-      C_FILE::Lock(document);
-      char byte = C_ERROR::Is() ? 'e' : 'k';
-      if (write(ready[1], &byte, 1) != 1) _exit(2);
-      // Holds the lock until the parent lets go of its end.
-      while (read(release[0], &byte, 1) > 0) {
-      }
-      _exit(0);
-    }
-    close(ready[1]);
-    close(release[0]);
-    release_ = release[1];
-    char byte = 0;
-    locked_ = read(ready[0], &byte, 1) == 1 && byte == 'k';
-    close(ready[0]);
-  }
-  ~OtherHolder() { Exit(); }
-  // Lets the process end and waits for it. With `reap` false it stays a zombie.
-  void Exit(bool reap = true) {
-    if (release_ >= 0) close(release_);
-    release_ = -1;
-    if (pid_ > 0) {
-      siginfo_t info;
-      waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | (reap ? 0 : WNOWAIT));
-      if (reap) pid_ = -1;
-    }
-  }
-  pid_t pid() const { return pid_; }
-  bool locked() const { return locked_; }
-
- private:
-  pid_t pid_ = -1;
-  int release_ = -1;
-  bool locked_ = false;
-};
-
-TEST_F(LockFileTest, LockerNameIsHostUserAndProcess) {
+TEST_F(LockFileTest, LockWritesOneEntryPerLineAndUnlockRunsTheRestTogether) {
   C_STRING name;
   C_FILE::BuildLockerName(&name);
-  EXPECT_FALSE(C_ERROR::Is());
   EXPECT_EQ(Narrow(name), me);
-  C_STRING who, process;
-  C_FILE::SplitPath(name, &who, &process);
-  EXPECT_EQ(Narrow(who), "\\\\" + Host() + "\\" + UserOf(geteuid()));
-  EXPECT_EQ(Narrow(process), std::to_string(getpid()));
-}
-
-TEST_F(LockFileTest, LockWritesOneEntryPerLineWithTheCallerLast) {
   EXPECT_FALSE(C_FILE::IsLocked(doc));
   EXPECT_TRUE(Lockers(doc).empty());
   C_FILE::Lock(doc);
   C_FILE::Lock(doc);
   EXPECT_EQ(ReadBytes(lockFile), me);
-  EXPECT_EQ(Lockers(doc), std::vector<std::string>{me});
   EXPECT_FALSE(C_FILE::IsLocked(doc));
 
   // Other users' entries stay in order; an older entry of this user on this
-  // machine, whatever its process, is replaced.
-  const std::string older = NameOf(UserOf(geteuid()), 999999);
-  WriteBytes(lockFile, "\\\\pcA\\bob\\1\n" + older + "\r\n\\\\pcB\\carol\\2");
+  // machine, whatever its process, is replaced; ours comes last.
+  WriteBytes(lockFile, a + "\n" + NameOf(UserOf(geteuid()), 999999) + "\r\n" + b);
   EXPECT_TRUE(C_FILE::IsLocked(doc));
   C_FILE::Lock(doc);
-  EXPECT_EQ(ReadBytes(lockFile), "\\\\pcA\\bob\\1\n\\\\pcB\\carol\\2\n" + me);
-  EXPECT_EQ(Lockers(doc), (std::vector<std::string>{"\\\\pcA\\bob\\1", "\\\\pcB\\carol\\2", me}));
+  EXPECT_EQ(ReadBytes(lockFile), a + "\n" + b + "\n" + me);
+  EXPECT_EQ(Lockers(doc), (Entries{a, b, me}));
 
   // Unlock writes the others back run together on one line, as every
-  // installation does: two entries come back as one.
+  // installation does: two entries come back as one. It does so even when
+  // no entry is ours, and never deletes a file that keeps entries.
   C_FILE::Unlock(doc);
-  EXPECT_EQ(ReadBytes(lockFile), "\\\\pcA\\bob\\1\\\\pcB\\carol\\2");
-  EXPECT_EQ(Lockers(doc), std::vector<std::string>{"\\\\pcA\\bob\\1\\\\pcB\\carol\\2"});
+  EXPECT_EQ(ReadBytes(lockFile), a + b);
+  EXPECT_EQ(Lockers(doc), Entries{a + b});
   EXPECT_TRUE(C_FILE::IsLocked(doc));
-  // An Unlock that finds no entry of ours still rewrites and never deletes.
-  WriteBytes(lockFile, "\\\\pcA\\bob\\1\n\n\\\\pcB\\carol\\2\n");
+  WriteBytes(lockFile, a + "\n\n" + b + "\n");
   C_FILE::Unlock(doc);
-  EXPECT_EQ(ReadBytes(lockFile), "\\\\pcA\\bob\\1\\\\pcB\\carol\\2");
-  EXPECT_FALSE(std::filesystem::exists(lockFile + ".tmp"));
+  EXPECT_EQ(ReadBytes(lockFile), a + b);
+  EXPECT_FALSE(fs::exists(lockFile + ".tmp"));
 
   // Unlocking the last entry removes the lock file and the work file.
   WriteBytes(lockFile, me + "\n");
   C_FILE::Unlock(doc);
-  EXPECT_FALSE(std::filesystem::exists(lockFile));
-  EXPECT_FALSE(std::filesystem::exists(lockFile + ".tmp"));
+  EXPECT_FALSE(fs::exists(lockFile));
+  EXPECT_FALSE(fs::exists(lockFile + ".tmp"));
   C_FILE::Unlock(doc);
   EXPECT_FALSE(C_ERROR::Is());
   EXPECT_TRUE(g_reports.empty());
 }
 
 TEST_F(LockFileTest, EntriesSurviveDamagedLockFiles) {
-  const std::string a = "\\\\pcA\\bob\\1", b = "\\\\pcB\\carol\\2";
   const std::string longLine(10000, 'x');
-  struct Case {
-    std::string bytes;
-    std::vector<std::string> entries;
-  };
-  const Case cases[] = {
+  const std::pair<std::string, Entries> cases[] = {
       {a + "\n\x01\x7F\xFF garbage \x80\n" + b, {a, "\x01\x7F\xFF garbage \x80", b}},
       {a + "\nxx" + std::string(1, '\0') + "yy\n" + b + "\n", {a, std::string("xx\0yy", 5), b}},
       // A line longer than the line buffer comes back in pieces.
@@ -181,62 +131,70 @@ TEST_F(LockFileTest, EntriesSurviveDamagedLockFiles) {
       {a, {a}},
       {"", {}},
   };
-  for (const Case& c : cases) {
-    WriteBytes(lockFile, c.bytes);
-    EXPECT_EQ(Lockers(doc), c.entries);
-    EXPECT_EQ(C_FILE::IsLocked(doc), !c.entries.empty());
-    EXPECT_FALSE(C_ERROR::Is());
-    // Locking keeps every other entry (damaged ones are written back in
-    // the process code page, so their bytes may change) and adds ours last;
-    // unlocking takes only ours away.
+  for (const auto& [bytes, entries] : cases) {
+    WriteBytes(lockFile, bytes);
+    EXPECT_EQ(Lockers(doc), entries);
+    EXPECT_EQ(C_FILE::IsLocked(doc), !entries.empty());
+    // Locking keeps every valid entry and adds ours once, last (damaged ones
+    // go back in the process code page, so their bytes may change); unlocking
+    // takes only ours away.
     C_FILE::Lock(doc);
-    // A piece of a long line that fills the line buffer reads back followed
-    // by an empty line, so only the valid entries are counted.
-    const std::vector<std::string> locked = Lockers(doc);
+    const Entries locked = Lockers(doc);
     ASSERT_FALSE(locked.empty());
     EXPECT_EQ(locked.back(), me);
     EXPECT_EQ(std::count(locked.begin(), locked.end(), me), 1);
-    EXPECT_EQ(std::count(locked.begin(), locked.end(), a), c.entries.empty() ? 0 : 1);
-    EXPECT_EQ(std::count(locked.begin(), locked.end(), b), c.entries.size() > 1 ? 1 : 0);
+    EXPECT_EQ(std::count(locked.begin(), locked.end(), a), entries.empty() ? 0 : 1);
+    EXPECT_EQ(std::count(locked.begin(), locked.end(), b), entries.size() > 1 ? 1 : 0);
     C_FILE::Unlock(doc);
-    const std::string rest = std::filesystem::exists(lockFile) ? ReadBytes(lockFile) : "";
+    const std::string rest = fs::exists(lockFile) ? ReadBytes(lockFile) : "";
     EXPECT_EQ(rest.find(me), std::string::npos);
-    EXPECT_EQ(rest.rfind(a, 0) == 0, !c.entries.empty());
-    EXPECT_EQ(rest.find(b) != std::string::npos, c.entries.size() > 1);
+    EXPECT_EQ(rest.rfind(a, 0) == 0, !entries.empty());
+    EXPECT_EQ(rest.find(b) != std::string::npos, entries.size() > 1);
   }
+  EXPECT_FALSE(C_ERROR::Is());
   EXPECT_TRUE(g_reports.empty());
 }
 
-TEST_F(LockFileTest, LockOfAnotherProcessIsSeenAndItsDeathRecognised) {
-  OtherHolder other(doc);
-  ASSERT_TRUE(other.locked());
-  const std::string theirs = NameOf(UserOf(geteuid()), other.pid());
+TEST_F(LockFileTest, LocksOfOtherProcessesAreSharedAndTheirDeathRecognised) {
+  // Another process of ours locks and stops, keeping its lock.
+  const pid_t other = fork();
+  if (other == 0) {
+    C_FILE::Lock(doc);
+    raise(SIGSTOP);
+    _exit(0);
+  }
+  int status = 0;
+  EXPECT_TRUE(waitpid(other, &status, WUNTRACED) == other && WIFSTOPPED(status));
+  const std::string theirs = NameOf(UserOf(geteuid()), other);
   EXPECT_EQ(ReadBytes(lockFile), theirs);
+  EXPECT_EQ(Lockers(doc), Entries{theirs});
   EXPECT_TRUE(C_FILE::IsLocked(doc));
   EXPECT_EQ(Alive(theirs), C_LOG(1));
   EXPECT_EQ(Alive(me), C_LOG(1));
 
-  // Our lock replaces theirs: one user on one machine has one entry.
+  // Ours replaces theirs (one user on one machine has one entry), and
+  // another process reads it as we wrote it.
   C_FILE::Lock(doc);
-  EXPECT_EQ(Lockers(doc), std::vector<std::string>{me});
-  WriteBytes(lockFile, theirs + "\n" + me);
+  EXPECT_EQ(Lockers(doc), Entries{me});
+  EXPECT_EQ(RunInChild([&] { return Lockers(doc) == Entries{me} && C_FILE::IsLocked(doc) ? 0 : 1; }), 0);
 
-  // Exited but not yet reaped (a zombie), then gone: stale, and nothing
-  // is cleared by asking.
-  other.Exit(false);
+  // Exited but not yet reaped (a zombie), then gone: stale, and nothing is
+  // cleared by asking. A tool removes it; the rewrite is Unlock's.
+  WriteBytes(lockFile, theirs + "\n" + me);
+  kill(other, SIGKILL);
+  siginfo_t info;
+  waitid(P_PID, static_cast<id_t>(other), &info, WEXITED | WNOWAIT);
   EXPECT_EQ(Alive(theirs), C_LOG(0));
-  other.Exit();
+  waitpid(other, nullptr, 0);
   EXPECT_EQ(Alive(theirs), C_LOG(0));
   EXPECT_TRUE(C_FILE::IsLocked(doc));
-  EXPECT_EQ(Lockers(doc), (std::vector<std::string>{theirs, me}));
-
-  // A tool removes the stale entry; the rewrite is Unlock's.
+  EXPECT_EQ(Lockers(doc), (Entries{theirs, me}));
   const C_STRING stale(theirs.c_str());
-  C_FILE::RemoveLockers(doc, 1, &stale);
-  EXPECT_EQ(ReadBytes(lockFile), me);
-  EXPECT_FALSE(C_FILE::IsLocked(doc));
-  C_FILE::RemoveLockers(doc, 1, &stale);
-  EXPECT_EQ(ReadBytes(lockFile), me);
+  for (int twice = 0; twice < 2; ++twice) {
+    C_FILE::RemoveLockers(doc, 1, &stale);
+    EXPECT_EQ(ReadBytes(lockFile), me);
+    EXPECT_FALSE(C_FILE::IsLocked(doc));
+  }
 
   // A living process of another user does not hold a lock of ours; other
   // machines and texts that are no locker names cannot be told.
@@ -247,59 +205,19 @@ TEST_F(LockFileTest, LockOfAnotherProcessIsSeenAndItsDeathRecognised) {
                               "\\\\pc\\bob\\12x", "\\\\pc\\bob\\99999999999999999999"}) {
     EXPECT_EQ(C_FILE::IsLockerAlive(C_STRING(unknown)), C_LOG()) << unknown;
   }
-  const std::string upper = "\\\\" +
-                            [] {
-                              std::string host = Host();
-                              for (char& c : host) c = static_cast<char>(toupper(c));
-                              return host;
-                            }() +
-                            "\\" + UserOf(geteuid()) + "\\" + std::to_string(getpid());
-  EXPECT_EQ(Alive(upper), C_LOG(1));
+  std::string upperHost = Host();
+  for (char& c : upperHost) c = static_cast<char>(toupper(c));
+  EXPECT_EQ(Alive(Owner(UserOf(geteuid()), upperHost) + "\\" + std::to_string(getpid())), C_LOG(1));
   EXPECT_FALSE(C_ERROR::Is());
-}
-
-TEST_F(LockFileTest, LockWrittenByAChildReadsTheSame) {
-  int childPid = 0;
-  const int code = RunInChild([&] {
-    C_FILE::Lock(doc);
-    return C_ERROR::Is() ? 1 : 0;
-  });
-  ASSERT_EQ(code, 0);
-  const std::vector<std::string> lockers = Lockers(doc);
-  ASSERT_EQ(lockers.size(), 1u);
-  const std::regex name("\\\\\\\\" + Host() + "\\\\" + UserOf(geteuid()) + "\\\\([0-9]+)");
-  std::smatch match;
-  ASSERT_TRUE(std::regex_match(lockers[0], match, name)) << lockers[0];
-  childPid = std::stoi(match[1]);
-  EXPECT_NE(childPid, getpid());
-  EXPECT_TRUE(C_FILE::IsLocked(doc));
-  EXPECT_EQ(Alive(lockers[0]), C_LOG(0));
-  // And the child reads ours.
-  C_FILE::Lock(doc);
-  EXPECT_EQ(RunInChild([&] {
-              int count = 0;
-              C_STRING* entries = nullptr;
-              C_FILE::GetLockers(doc, &count, &entries);
-              const bool ok = count == 1 && Narrow(entries[0]) == me && C_FILE::IsLocked(doc);
-              delete[] entries;
-              return ok ? 0 : 1;
-            }),
-            0);
-}
-
-// Runs `body` in a child acting as `uid` (0: stays root).
-int AsUser(uid_t uid, const std::function<int()>& body) {
-  return RunInChild([&] {
-    if (uid != 0 && seteuid(uid) != 0) return 90;
-    return body();
-  });
 }
 
 TEST_F(LockFileTest, FailuresAreReported) {
   if (geteuid() != 0) GTEST_SKIP() << "needs to act as other users";
-  // A user without a name: no locker name, so no lock and no unlock.
+  const std::string unableToLock = "C#Err#Unable to lock file|" + Narrow(doc);
+  // A user without a name has no locker name, so no lock and no unlock;
+  // in doubt the document counts as locked.
   chmod(dir.path().c_str(), 0755);
-  WriteBytes(lockFile, "\\\\pcA\\bob\\1");
+  WriteBytes(lockFile, a);
   EXPECT_EQ(AsUser(54321,
                    [&] {
                      C_STRING name;
@@ -308,17 +226,14 @@ TEST_F(LockFileTest, FailuresAreReported) {
                      C_ERROR::ClearPending();
                      C_FILE::Lock(doc);
                      C_FILE::Unlock(doc);
-                     // When in doubt the document counts as locked.
                      if (!C_FILE::IsLocked(doc) || C_ERROR::Is()) return 2;
-                     const std::string expected = "C#Err#Unable to lock file|" + Narrow(doc);
-                     return g_reports == std::vector<std::string>{expected, expected} ? 0 : 3;
+                     return g_reports == std::vector<std::string>{unableToLock, unableToLock} ? 0 : 3;
                    }),
             0);
-  EXPECT_EQ(ReadBytes(lockFile), "\\\\pcA\\bob\\1");
+  EXPECT_EQ(ReadBytes(lockFile), a);
 
   // A lock file this user may not write, in a directory it may not write.
   chmod(lockFile.c_str(), 0644);
-  const std::string nobody = NameOf("nobody", 0);
   EXPECT_EQ(AsUser(65534,
                    [&] {
                      C_FILE::Lock(doc);
@@ -333,11 +248,11 @@ TEST_F(LockFileTest, FailuresAreReported) {
                      return 0;
                    }),
             0);
-  EXPECT_EQ(ReadBytes(lockFile), "\\\\pcA\\bob\\1");
-  EXPECT_FALSE(std::filesystem::exists(lockFile + ".tmp"));
-}
+  EXPECT_EQ(ReadBytes(lockFile), a);
+  EXPECT_FALSE(fs::exists(lockFile + ".tmp"));
 
-TEST_F(LockFileTest, MissingHostNameIsReported) {
+  // No host name: no locker name either.
+  fs::remove(lockFile);
   const int code = RunInChild([&] {
     if (unshare(CLONE_NEWUTS) != 0 || sethostname("", 0) != 0) return 77;
     C_STRING name;
@@ -345,105 +260,82 @@ TEST_F(LockFileTest, MissingHostNameIsReported) {
     if (!CerrFileLock.IsPending() || !name.IsVoid()) return 1;
     C_ERROR::ClearPending();
     C_FILE::Lock(doc);
-    return g_reports == std::vector<std::string>{"C#Err#Unable to lock file|" + Narrow(doc)} ? 0 : 2;
+    return g_reports == std::vector<std::string>{unableToLock} ? 0 : 2;
   });
   if (code == 77) GTEST_SKIP() << "cannot take the host name away here";
   EXPECT_EQ(code, 0);
-  EXPECT_FALSE(std::filesystem::exists(lockFile));
+  EXPECT_FALSE(fs::exists(lockFile));
 }
 
-// Eight processes lock one document at once, then check and reports.
-class LockStress : public LockFileTest {
- protected:
-  static constexpr int kProcesses = 8;
-  static constexpr int kRounds = 200;
-
-  // Starts the processes (as the given users) and returns the exit codes
-  // of those that failed.
-  std::string RunAll(const std::vector<uid_t>& users, const std::function<int(int)>& body) {
-    std::vector<pid_t> children;
-    for (int i = 0; i < kProcesses; ++i) {
-      const pid_t pid = fork();
-      if (pid == 0) {
-        umask(0);
-        if (users[i] != 0 && seteuid(users[i]) != 0) _exit(90);
-        _exit(body(i));
+// Eight processes, as the given users, each lock one document 200 times at
+// once; `check` runs after every Lock. Returns the statuses of failures.
+std::string LockTogether(const C_STRING& doc, const std::vector<uid_t>& users, bool unlock,
+                         const std::function<bool(const Entries&)>& check) {
+  std::vector<pid_t> children;
+  for (uid_t user : users) {
+    const pid_t pid = fork();
+    if (pid == 0) {
+      umask(0);
+      if (user != 0 && seteuid(user) != 0) _exit(90);
+      for (int round = 0; round < 200; ++round) {
+        C_FILE::Lock(doc);
+        const Entries lockers = Lockers(doc);
+        if (C_ERROR::Is() || !g_reports.empty() || !check(lockers)) _exit(1);
+        if (unlock) C_FILE::Unlock(doc);
+        if (C_ERROR::Is() || !g_reports.empty()) _exit(2);
       }
-      children.push_back(pid);
+      _exit(0);
     }
-    std::string failed;
-    for (pid_t pid : children) {
-      int status = 0;
-      waitpid(pid, &status, 0);
-      if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) failed += std::to_string(status) + " ";
-    }
-    return failed;
+    children.push_back(pid);
   }
-};
+  std::string failed;
+  for (pid_t pid : children) {
+    int status = 0;
+    waitpid(pid, &status, 0);
+    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) failed += std::to_string(status) + " ";
+  }
+  return failed;
+}
 
-TEST_F(LockStress, LockAndUnlockOfOneUserLoseNothing) {
-  // Every Lock by this user replaces the entry of the user's other
-  // processes, so the file holds at most one whole entry at every moment,
-  // and once every process has unlocked nothing is left behind.
-  std::set<std::string> seen;
-  const std::string user = UserOf(geteuid());
-  const std::string failed = RunAll(std::vector<uid_t>(kProcesses, 0), [&](int) {
-    const std::regex one("\\\\\\\\" + Host() + "\\\\" + user + "\\\\[0-9]+");
-    for (int round = 0; round < kRounds; ++round) {
-      C_FILE::Lock(doc);
-      const std::vector<std::string> lockers = Lockers(doc);
-      if (C_ERROR::Is() || !g_reports.empty()) return 1;
-      // Another process may have locked and unlocked meanwhile.
-      if (lockers.size() > 1 || (lockers.size() == 1 && !std::regex_match(lockers[0], one))) return 2;
-      C_FILE::Unlock(doc);
-      if (C_ERROR::Is() || !g_reports.empty()) return 3;
-    }
-    return 0;
+TEST_F(LockFileTest, StressLockAndUnlockOfOneUserLoseNothing) {
+  // Each Lock replaces the entry of the user's other processes, so the file
+  // holds at most one whole entry of ours at any moment (another process may
+  // have unlocked meanwhile), and nothing is left once all have unlocked.
+  const std::regex one("\\\\\\\\" + Host() + "\\\\" + UserOf(geteuid()) + "\\\\[0-9]+");
+  const std::string failed = LockTogether(doc, std::vector<uid_t>(8, 0), true, [&](const Entries& lockers) {
+    return lockers.empty() || (lockers.size() == 1 && std::regex_match(lockers[0], one));
   });
   EXPECT_EQ(failed, "");
-  EXPECT_FALSE(std::filesystem::exists(lockFile));
-  EXPECT_FALSE(std::filesystem::exists(lockFile + ".tmp"));
+  EXPECT_FALSE(fs::exists(lockFile));
+  EXPECT_FALSE(fs::exists(lockFile + ".tmp"));
 }
 
-TEST_F(LockStress, LocksOfEightUsersAreAllKept) {
+TEST_F(LockFileTest, StressLocksOfEightUsersAreAllKept) {
   if (geteuid() != 0) GTEST_SKIP() << "needs to act as other users";
   std::vector<uid_t> users;
-  for (uid_t uid = 1; users.size() < kProcesses && uid < 1000; ++uid) {
+  for (uid_t uid = 1; users.size() < 8 && uid < 1000; ++uid) {
     if (!UserOf(uid).empty()) users.push_back(uid);
   }
-  if (users.size() < kProcesses) GTEST_SKIP() << "needs eight named users";
+  if (users.size() < 8) GTEST_SKIP() << "needs eight named users";
   chmod(dir.path().c_str(), 0777);
-  // Each process locks 200 times and must find its own entry exactly once
-  // every time. Locks of different users are kept side by side; they are not
-  // unlocked here, because an Unlock that leaves two or more entries runs
-  // them together (see the first test), and the entries could no longer be
-  // counted.
-  const std::string failed = RunAll(users, [&](int) {
+  // Each process finds its own entry exactly once after every Lock. They do
+  // not unlock: an Unlock leaving two or more entries runs them together, and
+  // they could no longer be counted.
+  const std::string failed = LockTogether(doc, users, false, [](const Entries& lockers) {
     C_STRING self;
     C_FILE::BuildLockerName(&self);
-    for (int round = 0; round < kRounds; ++round) {
-      C_FILE::Lock(doc);
-      const std::vector<std::string> lockers = Lockers(doc);
-      if (C_ERROR::Is() || !g_reports.empty()) return 1;
-      int mine = 0;
-      for (const std::string& entry : lockers) mine += entry == Narrow(self);
-      if (mine != 1 || lockers.size() > kProcesses) return 2;
-    }
-    return 0;
+    return std::count(lockers.begin(), lockers.end(), Narrow(self)) == 1 && lockers.size() <= 8;
   });
   EXPECT_EQ(failed, "");
   // Every process is there exactly once, under its own user, and nothing else.
-  std::multiset<std::string> who;
+  std::multiset<std::string> who, expected;
   for (const std::string& entry : Lockers(doc)) {
-    C_STRING dirPart, process;
-    C_FILE::SplitPath(C_STRING(entry.c_str()), &dirPart, &process);
-    who.insert(Narrow(dirPart));
+    who.insert(entry.substr(0, entry.rfind('\\')));
     EXPECT_EQ(Alive(entry), C_LOG(0)) << entry;
   }
-  std::multiset<std::string> expected;
-  for (uid_t uid : users) expected.insert("\\\\" + Host() + "\\" + UserOf(uid));
+  for (uid_t uid : users) expected.insert(Owner(UserOf(uid)));
   EXPECT_EQ(who, expected);
-  EXPECT_FALSE(std::filesystem::exists(lockFile + ".tmp"));
+  EXPECT_FALSE(fs::exists(lockFile + ".tmp"));
 }
 
 }  // namespace
