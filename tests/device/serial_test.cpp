@@ -197,7 +197,6 @@ TEST(Serial, RefusedSettingsAndUnopenablePortsLeaveThePortClosed) {
 }
 
 TEST(Serial, ReadCollectsLinesByTheRules) {
-  const std::string longLine(4100, 'L');
   auto instrument = StartInstrument({"expect=19",
                                      // A streaming instrument: the partial first line is skipped.
                                      "expect=17", "send=1\\r\\nA1\\r\\nA1\\r\\nA1\\r\\n", "expect=19",
