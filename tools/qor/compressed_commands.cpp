@@ -77,7 +77,8 @@ bool ReadBlockIndex(const std::string& path, BlockIndex* index) {
   long long start = 0;
   while (offset < index->fileSize) {
     const std::string place = BlockPlace(path, index->blocks.size(), offset);
-    if (offset + kRecordHeaderSize > index->fileSize) return Fail(CerrFileEndReached, place + ": the record is cut short");
+    if (offset + kRecordHeaderSize > index->fileSize)
+      return Fail(CerrFileEndReached, place + ": the record is cut short");
     if (!ReadExactly(&file, offset, kRecordHeaderSize, bytes)) return false;
     const unsigned int stored = LoadLittleEndian32(bytes);
     const unsigned int packed = LoadLittleEndian32(bytes + 4);
@@ -201,11 +202,15 @@ int Check(const std::vector<std::string>& files) {
   for (const std::string& name : files) {
     Input input;
     BlockIndex index;
-    // The library's own check first, then the records and checksums that
-    // its lenient reading lets pass.
-    bool sound = input.OpenAsFile(name);
-    if (sound) C_FILE::CheckCompression(LibraryText(input.Path()));
-    sound = sound && !C_ERROR::Is() && ReadBlockIndex(input.Path(), &index) &&
+    // The records first (their messages say which block is wrong), then the
+    // library's own check, then the checksums that its lenient reading of
+    // damaged blocks lets pass.
+    bool sound = input.OpenAsFile(name) && ReadBlockIndex(input.Path(), &index);
+    if (sound) {
+      C_FILE::CheckCompression(LibraryText(input.Path()));
+      AddContextToPending(name);
+    }
+    sound = sound && !C_ERROR::Is() &&
             ForEachSoundBlock(input.Path(), index, "checking " + name, [](const unsigned char*, int) { return true; });
     if (!sound) {
       result = ReportPendingFailure();

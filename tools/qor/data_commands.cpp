@@ -3,11 +3,11 @@
 // A shielded file is one header line "QORSHIELD <byte count>" followed by
 // the library's file form of the bytes: lines of 80 printable characters.
 // The file form carries no length of its own, so the header keeps it.
+#include <algorithm>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <algorithm>
 
 #include "commands.h"
 #include "support.h"

@@ -136,7 +136,8 @@ void AddContextToPending(const std::string& context) {
   // Strings refuse to grow while an error is visible: hide it meanwhile.
   C_ERROR::Hide(true);
   const std::string extra = Utf8(C_ERROR::GetPendingExtra());
-  const C_STRING text = LibraryText(extra.empty() ? context : context + ": " + extra);
+  const bool known = extra.empty() || SystemPath(extra) == context;
+  const C_STRING text = LibraryText(known ? context : context + ": " + extra);
   C_ERROR::Hide(false);
   C_ERROR::SetPendingExtra(text);
 }
