@@ -61,8 +61,9 @@ bool ReadExactly(C_FILE* file, long long position, int count, unsigned char* dat
 
 // Walks the record headers of a compressed file, as any reader of the
 // format can, reading the file as plain bytes.
-bool ReadBlockIndex(const std::string& path, BlockIndex* index) {
-  C_FILE file(LibraryText(path), C_FILE::READ, C_FILE::BINARY);
+bool ReadBlockIndex(const Input& input, BlockIndex* index) {
+  const std::string shown = input.Shown();
+  C_FILE file(LibraryText(input.Path()), C_FILE::READ, C_FILE::BINARY);
   if (C_ERROR::Is()) return false;
   index->fileSize = file.GetSize();
   unsigned char bytes[kMagicSize];
@@ -70,13 +71,13 @@ bool ReadBlockIndex(const std::string& path, BlockIndex* index) {
       std::memcmp(bytes, C_FILE::COMPRESS_MAGIC, kMagicSize) != 0) {
     if (C_ERROR::Is() && !CerrFileEndReached.IsPending()) return false;
     C_ERROR::ClearPending();
-    return Fail(CerrFileCannotDecompress, path + " is not a compressed file (it does not begin with " +
+    return Fail(CerrFileCannotDecompress, shown + " is not a compressed file (it does not begin with " +
                                               std::string(C_FILE::COMPRESS_MAGIC, kMagicSize) + ")");
   }
   long long offset = kMagicSize;
   long long start = 0;
   while (offset < index->fileSize) {
-    const std::string place = BlockPlace(path, index->blocks.size(), offset);
+    const std::string place = BlockPlace(shown, index->blocks.size(), offset);
     if (offset + kRecordHeaderSize > index->fileSize)
       return Fail(CerrFileEndReached, place + ": the record is cut short");
     if (!ReadExactly(&file, offset, kRecordHeaderSize, bytes)) return false;
@@ -100,9 +101,9 @@ bool ReadBlockIndex(const std::string& path, BlockIndex* index) {
 
 // Reads every block through the library's in-place route, in order, checks
 // it against its record and hands it to the sink.
-bool ForEachSoundBlock(const std::string& path, const BlockIndex& index, const std::string& title,
+bool ForEachSoundBlock(const Input& input, const BlockIndex& index, const std::string& title,
                        const std::function<bool(const unsigned char*, int)>& sink) {
-  C_FILE file(LibraryText(path), C_FILE::READ | C_FILE::DIRECT, C_FILE::COMPRESSED);
+  C_FILE file(LibraryText(input.Path()), C_FILE::READ | C_FILE::DIRECT, C_FILE::COMPRESSED);
   if (C_ERROR::Is()) return false;
   Progress progress(title, index.fileSize);
   std::vector<unsigned char> block(C_FILE::COMPRESS_BLOCK_SIZE);
@@ -111,12 +112,12 @@ bool ForEachSoundBlock(const std::string& path, const BlockIndex& index, const s
     int got = 0;
     file.Read(static_cast<int>(record.stored), block.data(), &got);
     if (C_ERROR::Is()) {
-      AddContextToPending(BlockPlace(path, i, record.offset));
+      AddContextToPending(BlockPlace(input.Shown(), i, record.offset));
       return false;
     }
     if (CchecksumAdler(got, block.data()) != record.adler) {
       return Fail(CerrFileCannotDecompress,
-                  BlockPlace(path, i, record.offset) + ": the data do not match their Adler-32 checksum");
+                  BlockPlace(input.Shown(), i, record.offset) + ": the data do not match their Adler-32 checksum");
     }
     if (!sink(block.data(), got)) return false;
     progress.Advance(kRecordHeaderSize + record.packed);
@@ -158,8 +159,8 @@ bool Unpack(const std::string& in, const std::string& out, bool replace) {
   Input input;
   BlockIndex index;
   Output output;
-  if (!input.OpenAsFile(in) || !ReadBlockIndex(input.Path(), &index) || !output.Open(out, replace)) return false;
-  const bool sound = ForEachSoundBlock(input.Path(), index, "unpacking " + in,
+  if (!input.OpenAsFile(in) || !ReadBlockIndex(input, &index) || !output.Open(out, replace)) return false;
+  const bool sound = ForEachSoundBlock(input, index, "unpacking " + in,
                                        [&](const unsigned char* data, int size) { return output.Write(size, data); });
   return sound && output.Finish();
 }
@@ -167,7 +168,7 @@ bool Unpack(const std::string& in, const std::string& out, bool replace) {
 bool Cat(const std::string& name, long long offset, long long length) {
   Input input;
   BlockIndex index;
-  if (!input.OpenAsFile(name) || !ReadBlockIndex(input.Path(), &index)) return false;
+  if (!input.OpenAsFile(name) || !ReadBlockIndex(input, &index)) return false;
   long long remaining = length < 0 ? index.dataSize : length;
   if (offset >= index.dataSize) remaining = 0;
   Output output;
@@ -190,7 +191,7 @@ bool Cat(const std::string& name, long long offset, long long length) {
       if (!C_ERROR::Is()) output.Write(got, chunk.data());
     }
     if (C_ERROR::Is()) {
-      AddContextToPending(name);
+      AddContextToPending(input.Shown());
       return false;
     }
   }
@@ -205,13 +206,13 @@ int Check(const std::vector<std::string>& files) {
     // The records first (their messages say which block is wrong), then the
     // library's own check, then the checksums that its lenient reading of
     // damaged blocks lets pass.
-    bool sound = input.OpenAsFile(name) && ReadBlockIndex(input.Path(), &index);
+    bool sound = input.OpenAsFile(name) && ReadBlockIndex(input, &index);
     if (sound) {
       C_FILE::CheckCompression(LibraryText(input.Path()));
-      AddContextToPending(name);
+      AddContextToPending(input.Shown());
     }
     sound = sound && !C_ERROR::Is() &&
-            ForEachSoundBlock(input.Path(), index, "checking " + name, [](const unsigned char*, int) { return true; });
+            ForEachSoundBlock(input, index, "checking " + name, [](const unsigned char*, int) { return true; });
     if (!sound) {
       result = ReportPendingFailure();
       continue;
@@ -224,7 +225,7 @@ int Check(const std::vector<std::string>& files) {
 bool Info(const std::string& name, bool listBlocks) {
   Input input;
   BlockIndex index;
-  if (!input.OpenAsFile(name) || !ReadBlockIndex(input.Path(), &index)) return false;
+  if (!input.OpenAsFile(name) || !ReadBlockIndex(input, &index)) return false;
   // A block shorter than the block size that is not the last one was ended
   // by a flush of the writer.
   std::vector<long long> flushPoints;

@@ -69,7 +69,8 @@ bool Unshield(const std::string& in, const std::string& out, bool replace) {
   Input input;
   Output output;
   long long remaining = 0;
-  if (!input.OpenAsFile(in) || !ReadShieldHeader(input.File(), in, &remaining) || !output.Open(out, replace)) {
+  if (!input.OpenAsFile(in) || !ReadShieldHeader(input.File(), input.Shown(), &remaining) ||
+      !output.Open(out, replace)) {
     return false;
   }
   Progress progress("unshielding " + in, remaining);
@@ -79,10 +80,10 @@ bool Unshield(const std::string& in, const std::string& out, bool replace) {
     int decoded = 0;
     input.File()->ReadShielded(wanted, chunk.data(), &decoded, nullptr);
     if (C_ERROR::Is()) {
-      AddContextToPending(in + " (after " + std::to_string(progress.Done() + decoded) + " bytes)");
+      AddContextToPending(input.Shown() + " (after " + std::to_string(progress.Done() + decoded) + " bytes)");
       return false;
     }
-    if (decoded == 0) return Fail(CerrFileEndReached, in + ": the shielded data end early");
+    if (decoded == 0) return Fail(CerrFileEndReached, input.Shown() + ": the shielded data end early");
     if (!output.Write(decoded, chunk.data())) return false;
     remaining -= decoded;
     progress.Advance(decoded);

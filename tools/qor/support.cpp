@@ -22,8 +22,6 @@ std::string SystemPath(std::string path) {
   return path;
 }
 
-std::string DisplayName(const std::string& name) { return IsStandardStream(name) ? "standard input" : name; }
-
 // Temporary files to remove when a signal ends the process. The table is
 // read by the signal handler, so it holds plain character arrays.
 constexpr int kMaxStaged = 8;
@@ -286,17 +284,19 @@ bool Input::ReadAll(long long limit, std::vector<unsigned char>* data) {
   while (got == kChunkSize) {
     const std::size_t used = data->size();
     if (static_cast<long long>(used) > limit) {
-      return Fail(CerrValueTooHigh, DisplayName(name_) + " holds more than " + std::to_string(limit) + " bytes");
+      return Fail(CerrValueTooHigh, Shown() + " holds more than " + std::to_string(limit) + " bytes");
     }
     data->resize(used + kChunkSize);
     if (!Read(kChunkSize, data->data() + used, &got)) return false;
     data->resize(used + got);
   }
   if (static_cast<long long>(data->size()) > limit) {
-    return Fail(CerrValueTooHigh, DisplayName(name_) + " holds more than " + std::to_string(limit) + " bytes");
+    return Fail(CerrValueTooHigh, Shown() + " holds more than " + std::to_string(limit) + " bytes");
   }
   return true;
 }
+
+std::string Input::Shown() const { return IsStandardStream(name_) ? "standard input" : name_; }
 
 long long Input::Size() { return file_ != nullptr ? file_->GetSize() : -1; }
 

@@ -102,7 +102,8 @@ class Input {
   bool ReadAll(long long limit, std::vector<unsigned char>* data);
   // The size in bytes, or -1 for standard input.
   long long Size();
-  const std::string& Name() const { return name_; }
+  // The name for messages: the file as the user gave it, or "standard input".
+  std::string Shown() const;
 
  private:
   std::string name_;
