@@ -145,8 +145,10 @@ bool Pack(const std::string& in, const std::string& out, bool replace) {
   while (got == kChunkSize) {
     if (!input.Read(kChunkSize, chunk.data(), &got)) return false;
     if (got == 0) break;
-    // One whole block per write, ended at once: no write then ever crosses
-    // the end of the library's block buffer.
+    // One block per write into an empty buffer, ended at once by the flush.
+    // The in-place writer keeps an old behaviour: a write that crosses the
+    // end of its block buffer loses the bytes that filled the buffer. Such
+    // writes never cross it.
     output.File()->Write(got, chunk.data());
     output.File()->Flush();
     if (C_ERROR::Is()) return false;
