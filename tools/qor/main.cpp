@@ -12,9 +12,10 @@
 namespace {
 
 constexpr char kRsaWarning[] =
-    "Warning: this is textbook RSA, as the library does it: no padding scheme and no integrity check, so equal "
-    "data give equal blocks and altered blocks decrypt to altered data without notice; keys come from the "
-    "library's own random generator, which is not a cryptographic one. Do not use it to protect secrets.";
+    "Warning: this is textbook RSA, as the library does it: no padding scheme and no integrity check,\n"
+    "so equal data give equal blocks and altered blocks decrypt to altered data without notice; keys\n"
+    "come from the library's own random generator, which is not a cryptographic one.\n"
+    "Do not use it to protect secrets.";
 
 // The command line as the user typed it up to the deepest command parsed,
 // for the hint that follows a usage error ("qor rsa keygen --help").
