@@ -129,11 +129,17 @@ extern QORC_API const C_ERROR CerrSerialCannotWrite;
 extern QORC_API const C_ERROR CerrSerialCannotRead;
 
 // Appending one character: grow when needed, and leave the string unchanged
-// while an error is visible.
+// while an error is visible. The length is worked on as a full-width value
+// and stored last, so that a run of appends keeps it in a register instead
+// of narrowing it to 16 bits again at every character.
 inline void C_STRING::Append(C_CHAR c) {
-  if (number_ + 2 <= size_ && !C_ERROR::Is()) {
-    buffer_[number_++] = c;
-    buffer_[number_] = C_CHAR(0);
+  const unsigned int number = number_;
+  const unsigned int next = number + 1;
+  if (next < size_ && !C_ERROR::Is()) {
+    C_CHAR* const buffer = buffer_;
+    buffer[number] = c;
+    buffer[next] = C_CHAR(0);
+    number_ = static_cast<unsigned short>(next);
   } else {
     AppendGrowing(c);
   }

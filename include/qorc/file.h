@@ -14,6 +14,8 @@
 
 #include <cstdio>
 
+class IStorage;
+
 class QORC_API C_FILE {
  public:
   // Called during a copy with the fraction done (0.0 to 1.0), whether a new
@@ -99,6 +101,97 @@ class QORC_API C_FILE {
   // null with CerrFileCannotCreateTemporary pending on failure.
   static std::FILE* CreateTempFile();
 
+  // Lock files -----------------------------------------------------------------
+  // A document P is locked through the lock file P.lck beside it: a TEXT file
+  // with one locker name per line, the most recent last, and nothing else.
+  // The lock is advisory: nothing stops anybody from opening the document.
+  // Lock, Unlock and RemoveLockers of one document are serialised between
+  // the processes of one machine by an advisory lock on the lock file itself
+  // while it is rewritten, and GetLockers reads under a shared one. When
+  // that guard is not granted within 10 seconds (a process hangs holding it,
+  // or the file system has no such locks) the work goes ahead without it.
+  // No file is made beside the document but the lock file and, while
+  // entries are removed, the work file P.lck.tmp.
+
+  // The calling process's locker name, "\\" computer "\" user "\" process id
+  // (the host name, the effective user's login name, the OS process id).
+  // Without a host or user name CerrFileLock is pending and out is partial.
+  static void BuildLockerName(C_STRING* out);
+  // Adds the caller as the last entry; an earlier entry of the same user on
+  // the same machine, whatever its process, is dropped. Failures are handed
+  // to the report handler (C_ERROR::ReportPending), not left pending.
+  static void Lock(const C_STRING& path);
+  // Removes the caller's own entry (computer, user and process id alike) and
+  // empty lines. The remaining entries are written back without line ends
+  // between them, so that two or more run together on one line, as this
+  // library always has; the lock file goes when nothing remains. Failures
+  // are reported as Lock's.
+  static void Unlock(const C_STRING& path);
+  // True when any process other than the caller holds an entry, another
+  // process of the same user included, and when the caller's own name is
+  // unavailable. Entries of dead processes count too (see IsLockerAlive).
+  static C_BOOL IsLocked(const C_STRING& path);
+  // The entries of the lock file in a new array (release it with delete[]);
+  // with none, the count is 0 and the array null. A lock file that cannot
+  // be read leaves its error pending.
+  static void GetLockers(const C_STRING& path, int* count, C_STRING** lockers);
+  // Whether the process that a locker name stands for still runs: true when
+  // it is a process of this machine that is running for the named user,
+  // false when it is of this machine and no longer runs (no such process, a
+  // zombie, or the id now belongs to another user's process), unknown for
+  // another machine's entry or a text that is no locker name. Nothing is
+  // pending afterwards, and nothing is cleared: a tool or a host asks this to
+  // offer the removal of stale entries with RemoveLockers. A process id that
+  // the system has given to a new process of the same user reads as alive.
+  static C_LOG IsLockerAlive(const C_STRING& locker);
+  // Removes every entry equal to one of the given locker names (and empty
+  // lines), rewriting the lock file exactly as Unlock does. Failures are
+  // reported as Lock's.
+  static void RemoveLockers(const C_STRING& path, int count, const C_STRING* lockers);
+
+  // Directory scans --------------------------------------------------------------
+  // Every listing returns a count and a new array (release it with delete[])
+  // that may have more slots than the count; with nothing found the count is
+  // 0 and the array is null, except that ScanDir and GetDirs may return an
+  // array with the count 0 when the directory holds only names that are not
+  // listed, and ScanExeDirs always returns its array. Names beginning with
+  // "." are never listed. Patterns use "*" and "?", compare letters without
+  // case, and a trailing ".*" also matches names without a dot ("*.*"
+  // matches every name). Entries of a directory come sorted by name,
+  // letters without case (the order NTFS lists them in), because the order
+  // of the platform's own listing is not stable. A directory that cannot be
+  // read, or vanishes while it is read, lists nothing (or what was read
+  // before it vanished) and is no error. A symbolic link counts as what it
+  // points to; one that leads nowhere (a missing target, a loop) is a file.
+
+  // Bare names of the files of dir matching the pattern.
+  static void ScanDir(const C_STRING& dir, const C_STRING& pattern, int* count, C_STRING** names);
+  // Bare names of the subdirectories of dir.
+  static void GetDirs(const C_STRING& dir, int* count, C_STRING** names);
+  // dir + "\" + relative path of every matching file below dir (dir as
+  // given), the files of a directory before those of its subdirectories. A
+  // directory is never entered again from inside itself, so links that lead
+  // back up end the descent there.
+  static void ScanDirRecursive(const C_STRING& dir, const C_STRING& pattern, int* count, C_STRING** paths);
+  // Matching files in the current directory (as ".\" + name) and then along
+  // "PATH", each path once. The search stops at the first empty element of
+  // the list (as "a::b" or a trailing ":"), which ends the scan.
+  static void ScanExeDirs(const C_STRING& pattern, int* count, C_STRING** paths);
+  // The first existing file of that name among the product's directories
+  // ($QORGROUP, the versioned and plain $QORCONFIG, $QORLANG, $QORHOME/binext,
+  // $QORHOME/bin, $QORTARGET/bin, $QOREXTTARGET/bin, the current directory),
+  // expanded; CerrFileNotFound with the name when there is none.
+  static void ScanQorDirs(const C_STRING& name, C_STRING* path);
+  // Every matching file in the product's directories, as "$ROOT/..." + name.
+  static void ScanQorDirs(const C_STRING& pattern, int* count, C_STRING** paths);
+  // The file in $QORHOME/binext or else $QORHOME/bin, expanded.
+  static void ScanBinDirs(const C_STRING& name, C_STRING* path);
+  // Creates the directory and every missing parent; CerrFileCannotCreate
+  // when a level cannot be made.
+  static void MakeDir(const C_STRING& path);
+  // A versioned subdirectory of $QORCONFIG searched as well; empty at load.
+  static C_STRING ConfigVersion;
+
   // The file object ------------------------------------------------------------
   // Access modes. Any value other than READ and WRITE opens as UPDATE.
   enum MODE { READ = 0, WRITE = 1, UPDATE = 2 };
@@ -125,6 +218,14 @@ class QORC_API C_FILE {
   // MODE, optionally with DIRECT. A failure leaves the object closed, with
   // the error pending: every operation on a closed object does nothing.
   C_FILE(const C_STRING& path, int mode, TYPE type);
+  // The stream "Contents" of a storage (see storage.h), which must outlive
+  // the file. READ opens it (an empty one is made when there is none) and
+  // tells by IsCompressed whether it begins with the compressed format's
+  // magic, the position then left after 20 bytes; UPDATE makes it anew and
+  // commits the storage when the file is destroyed; WRITE is refused. Only
+  // raw reading and writing and positioning are offered: size, lines, flush
+  // and text operations are refused.
+  C_FILE(IStorage* storage, int mode);
   // A copy describes the same file (paths, mode, type, switches) but is
   // closed: it never shares the source's stream or buffers, so that each
   // stream is closed exactly once. Assigning first closes the target as its
@@ -230,6 +331,10 @@ class QORC_API C_FILE {
  private:
   class StorageStream;
   bool IsDirectCompressed() const { return compressed_ && direct_ && block_ != nullptr; }
+  // Positions of a compressed file opened DIRECT count uncompressed bytes,
+  // which only reading in place can tell: in the other modes (an update on
+  // the stored bytes included) they are refused.
+  bool RefusesStreamPositions() const { return compressed_ && direct_; }
   std::FILE* OpenPath(const char* how) const;
   void OpenForReading();
   void OpenForWriting();
@@ -239,6 +344,7 @@ class QORC_API C_FILE {
   void ReportReadFailure() const;
   void ReportShortRecord() const;
   bool RefusedOnStorage() const;
+  void CloseStorageStream();
   bool ReadBlockRecord(void* scratch, bool* atBoundary);
   void PositionDirect(long long position);
   void DecompressToTemp();
@@ -258,7 +364,7 @@ class QORC_API C_FILE {
   // wrapper (owned) over the caller's storage (not owned) instead of a C
   // runtime stream; the constructors for disk files leave both null.
   StorageStream* storageStream_ = nullptr;
-  void* storage_ = nullptr;
+  IStorage* storage_ = nullptr;
   MODE mode_ = READ;
   TYPE type_ = BINARY;
   C_BOOL coding_;

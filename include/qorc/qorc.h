@@ -15,6 +15,9 @@
 #include <qorc/progress.h>
 #include <qorc/date.h>
 #include <qorc/file.h>
+#include <qorc/storage.h>
 #include <qorc/chrono.h>
+#include <qorc/regkey.h>
+#include <qorc/serial.h>
 
 #endif

@@ -206,6 +206,15 @@ class QORC_API C_STRING {
   const char16_t* GetInputTCHAR() const;
   void FromInputTCHAR(const char16_t* text);
 
+  // Environment -----------------------------------------------------------------------
+  // This string names a variable: its value from the process environment, else
+  // the entry of that name under the key "Environment" of the user root, then of
+  // the machine root; VOID when none has it. Never leaves a settings error pending.
+  C_STRING GetEnv() const;
+  // This string is an assignment "name=value" for the process environment
+  // ("name=" removes the variable).
+  void PutEnv() const;
+
  private:
   static const char16_t* EmptyText();
   void AppendGrowing(C_CHAR c);

@@ -128,14 +128,20 @@ void C_ERROR::ContextPush(const C_STRING& text) {
   if (ContextNb == ContextNba) {
     const int capacity = ContextNba == 0 ? 10 : 2 * ContextNba;
     C_STRING* grown = qorc::NewArray<C_STRING>(static_cast<std::size_t>(capacity));
-    // A push made while an error is visible (or that just ran out of memory)
-    // is dropped, and the stack stays as it was.
-    if (Is()) {
+    // A push made while an error is visible, or whose growth ran out of
+    // memory, is dropped, and the stack stays as it was. The allocations'
+    // own results tell their failures: behind a hidden error, the failure
+    // records nothing that Is() could see.
+    if (grown == nullptr || Is()) {
       delete[] grown;
       return;
     }
-    for (int i = 0; i < ContextNb; ++i) grown[i] = ContextStrings[i];
-    if (Is()) {
+    bool copied = true;
+    for (int i = 0; i < ContextNb && copied; ++i) {
+      grown[i] = ContextStrings[i];
+      copied = grown[i].GetNumber() == ContextStrings[i].GetNumber();
+    }
+    if (!copied || Is()) {
       delete[] grown;
       return;
     }

@@ -15,6 +15,7 @@
 
 #include <cstring>
 
+#include "file/block_inflate.h"
 #include "file/file_internal.h"
 #include "foundation/library.h"
 #include "platform/file_stream.h"
@@ -80,26 +81,11 @@ bool C_FILE::ReadBlockRecord(void* scratch, bool* atBoundary) {
       CerrFileCannotDecompress.TriggerMild();
     } else if (std::fread(area, 1, packed, stream_) != packed) {
       ReportShortRecord();
+    } else if (qorc::file::InflateBlock(area, packed, stored, block_, &fill_)) {
+      ++currentBlock_;
+      done = true;
     } else {
-      uLongf produced = COMPRESS_BLOCK_SIZE;
-      int answer = uncompress(block_, &produced, area, packed);
-      if (answer == Z_BUF_ERROR) {
-        // More than a block came out: once more into the whole buffer, and
-        // the block holds what its record says.
-        produced = COMPRESS_BUFFER_SIZE;
-        answer = uncompress(block_, &produced, area, packed);
-        produced = stored;
-      }
-      // A data error is taken as success with what came out before it: a
-      // damaged block still yields its readable part, which is what the
-      // format's readers have always delivered.
-      if (answer == Z_OK || answer == Z_DATA_ERROR) {
-        fill_ = static_cast<unsigned int>(produced);
-        ++currentBlock_;
-        done = true;
-      } else {
-        CerrFileCannotDecompress.TriggerMild();
-      }
+      CerrFileCannotDecompress.TriggerMild();
     }
   }
   if (!done) {

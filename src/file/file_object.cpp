@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "file/file_internal.h"
+#include "file/storage_stream.h"
 #include "foundation/library.h"
 #include "platform/file_stream.h"
 
@@ -195,6 +196,10 @@ void C_FILE::CloseStream() {
 }
 
 void C_FILE::Close() {
+  if (storageStream_ != nullptr) {
+    CloseStorageStream();
+    return;
+  }
   if (stream_ != nullptr && compressed_ && mode_ == WRITE) {
     if (IsDirectCompressed()) {
       WriteCompressBlock(nullptr);
@@ -268,8 +273,9 @@ long long C_FILE::GetSize() {
 }
 
 long long C_FILE::GetPosit() {
+  if (storageStream_ != nullptr) return storageStream_->Position();
   if (stream_ == nullptr) return 0;
-  if (IsDirectCompressed()) {
+  if (RefusesStreamPositions()) {
     if (mode_ != READ) {
       CerrFileCannotSeek.TriggerMild(&pathExp_);
       return 0;
@@ -284,8 +290,9 @@ long long C_FILE::GetPosit() {
 }
 
 void C_FILE::SetPosit(long long position) {
+  if (storageStream_ != nullptr) return storageStream_->Seek(position);
   if (stream_ == nullptr) return;
-  if (IsDirectCompressed()) {
+  if (RefusesStreamPositions()) {
     PositionDirect(position);
     return;
   }
@@ -293,8 +300,9 @@ void C_FILE::SetPosit(long long position) {
 }
 
 void C_FILE::Rewind() {
+  if (storageStream_ != nullptr) return storageStream_->Seek(0);
   if (stream_ == nullptr) return;
-  if (IsDirectCompressed()) {
+  if (RefusesStreamPositions()) {
     if (mode_ != READ) {
       CerrFileCannotSeek.TriggerMild(&pathExp_);
       return;
@@ -316,8 +324,16 @@ void C_FILE::Rewind() {
 }
 
 void C_FILE::Unwind() {
+  if (storageStream_ != nullptr) {
+    // The end is then asked of GetSize, as for every file, and GetSize
+    // refuses storage files: callers have always seen that refusal after an
+    // Unwind on a storage file, so it stays.
+    storageStream_->SeekEnd();
+    GetSize();
+    return;
+  }
   if (stream_ == nullptr) return;
-  if (IsDirectCompressed()) {
+  if (RefusesStreamPositions()) {
     CerrFileCannotSeek.TriggerMild(&pathExp_);
     return;
   }
@@ -330,7 +346,7 @@ void C_FILE::Unwind() {
 int C_FILE::GetLine() {
   if (RefusedOnStorage()) return 0;
   if (stream_ == nullptr) return 0;
-  if (IsDirectCompressed()) {
+  if (RefusesStreamPositions()) {
     CerrFileCannotSeek.TriggerMild(&pathExp_);
     return 0;
   }

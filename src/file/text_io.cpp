@@ -12,8 +12,12 @@
 #include <qorc/file.h>
 
 #include <cstring>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "file/file_internal.h"
+#include "file/storage_stream.h"
 #include "foundation/library.h"
 #include "platform/file_stream.h"
 #include "platform/text.h"
@@ -135,18 +139,52 @@ int WithoutLineEnd(const char16_t* units, int n) {
   return n;
 }
 
-// The units (which have room for a terminator) become the target's text,
-// reusing its storage when no zero unit is among them.
-void Assign(C_STRING* target, char16_t* units, int n, bool mayHoldZero = true) {
-  if (n <= 0) return;
-  for (int i = 0; mayHoldZero && i < n; ++i) {
-    if (units[i] == 0) {
-      *target = C_STRING(n, units);
-      return;
-    }
+// Each byte becomes the unit of the same code.
+void Widen(const unsigned char* in, int n, char16_t* out) {
+  int i = 0;
+#if defined(__SSE2__)
+  const __m128i zero = _mm_setzero_si128();
+  for (; i + 16 <= n; i += 16) {
+    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), _mm_unpacklo_epi8(bytes, zero));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i + 8), _mm_unpackhi_epi8(bytes, zero));
   }
-  units[n] = 0;
-  *target = units;
+#endif
+  for (; i < n; ++i) out[i] = in[i];
+}
+
+// The target's storage ready for n units and a terminator: its own buffer
+// when that is large enough, else a new one of exactly n + 1 (as assigning
+// a string of n units does). Null, with the target emptied, when no memory.
+C_CHAR* LineStorage(C_STRING* target, int n, int* size) {
+  int number = 0;
+  C_CHAR* storage = target->Detach(&number, size);
+  if (*size >= n + 1) return storage;
+  delete[] storage;
+  *size = n + 1;
+  return qorc::NewArray<C_CHAR>(static_cast<std::size_t>(n) + 1);
+}
+
+// The n units become the target's text, zero units included.
+void Assign(C_STRING* target, const char16_t* units, int n) {
+  if (n <= 0) return;
+  int size = 0;
+  C_CHAR* storage = LineStorage(target, n, &size);
+  if (storage == nullptr) return;
+  std::memcpy(qorc::Units(storage), units, static_cast<std::size_t>(n) * sizeof(char16_t));
+  storage[n] = C_CHAR::VOID;
+  target->Replace(size, n, &storage);
+}
+
+// The n bytes become the target's text, each the character of the same code.
+void AssignBytes(C_STRING* target, const char* bytes, int n) {
+  if (n <= 0) return;
+  int size = 0;
+  C_CHAR* storage = LineStorage(target, n, &size);
+  if (storage == nullptr) return;
+  Widen(reinterpret_cast<const unsigned char*>(bytes), n, qorc::Units(storage));
+  storage[n] = C_CHAR::VOID;
+  target->Replace(size, n, &storage);
 }
 
 // Text in the library code page; characters it lacks become its default character.
@@ -200,6 +238,7 @@ const C_STRING& Unspecified() {
 // Raw data --------------------------------------------------------------------------
 
 void C_FILE::Read(int count, void* data, int* got) {
+  if (storageStream_ != nullptr) return storageStream_->Read(count, data, got);
   if (got != nullptr) *got = 0;
   if (stream_ == nullptr || count <= 0) return;
   if (IsDirectCompressed()) {
@@ -212,6 +251,7 @@ void C_FILE::Read(int count, void* data, int* got) {
 }
 
 void C_FILE::Write(int count, const void* data, int* put) {
+  if (storageStream_ != nullptr) return storageStream_->Write(count, data, put);
   if (put != nullptr) *put = 0;
   if (stream_ == nullptr || count <= 0) return;
   if (IsDirectCompressed()) {
@@ -422,9 +462,11 @@ void C_FILE::ReadCodedLine(C_STRING* line) {
     ReportReadFailure();
     return;
   }
-  for (int i = 0; i < n; ++i) g_line[i] = static_cast<unsigned char>(bytes[i]);
-  Assign(line, g_line, n, std::memchr(bytes, 0, static_cast<std::size_t>(n)) != nullptr);
-  line->Decode();
+  AssignBytes(line, bytes, n);
+  // Only a line holding the code character has escapes to decode.
+  if (std::memchr(bytes, static_cast<char16_t>(C_CHAR::CODE), static_cast<std::size_t>(n)) != nullptr) {
+    line->Decode();
+  }
 }
 
 // A CR before the LF stays in the line: lines written in place end with the

@@ -5,6 +5,7 @@
 
 #include <qorc/types.h>
 
+#include "device/regkey_internal.h"
 #include "math/generators.h"
 #include "path/roots.h"
 #include "platform/clock.h"
@@ -63,5 +64,6 @@ void Cclose() {
   // Temporary files of the library are unlinked as soon as they are created,
   // so none can be left behind here.
   qorc::DestroyRootTables();
+  qorc::CloseSettings();
   qorc::DestroyErrorContext();
 }

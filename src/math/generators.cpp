@@ -1,19 +1,22 @@
 #include "math/generators.h"
 
+#include <cstdlib>
+
 namespace qorc {
 namespace {
-unsigned int g_runtimeRandState = 1;
 unsigned int g_intRandState = 0x12345678;
 
 constexpr unsigned int kLehmerModulus = 0x7FFFFFFF;  // 2^31 - 1
 constexpr unsigned long long kLehmerMultiplier = 16807;
 }  // namespace
 
-void SeedRuntimeRand(unsigned int seed) { g_runtimeRandState = seed; }
+void SeedRuntimeRand(unsigned int seed) { std::srand(seed); }
 
+// Hosts expect the Windows runtime's range, 0 to 32767. glibc's rand() reaches
+// 2^31 - 1, and its top 15 bits are its best ones.
 int RuntimeRand() {
-  g_runtimeRandState = g_runtimeRandState * 214013u + 2531011u;
-  return static_cast<int>((g_runtimeRandState >> 16) & 0x7FFF);
+  static_assert(RAND_MAX == 0x7FFFFFFF, "the reduction assumes a 31-bit rand()");
+  return std::rand() >> 16;
 }
 
 unsigned int IntRandState() { return g_intRandState; }

@@ -1,6 +1,6 @@
-// The two random generators of the library: the C runtime's (reproduced from
-// the Windows runtime, whose RAND_MAX is 32767) and the library's own
-// 32-bit integer generator.
+// The two random generators of the library: the C runtime's own (the one a
+// host seeds with srand), seen through the Windows runtime's range of 0 to
+// 32767, and the library's own 32-bit integer generator.
 #ifndef QORC_MATH_GENERATORS_H
 #define QORC_MATH_GENERATORS_H
 
@@ -8,8 +8,9 @@ namespace qorc {
 
 constexpr int kRuntimeRandMax = 32767;
 
+// srand: the host's seeding reaches the same generator.
 void SeedRuntimeRand(unsigned int seed);
-// 0 to kRuntimeRandMax, the Windows runtime's sequence for the same seed.
+// One draw of the C runtime's rand(), reduced to 0 to kRuntimeRandMax.
 int RuntimeRand();
 
 // State word of the library's integer generator (0x12345678 at load).

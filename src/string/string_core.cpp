@@ -156,12 +156,23 @@ C_STRING::C_STRING(const char* text) : C_STRING() {
 
 C_STRING::C_STRING(const wchar_t* text) : C_STRING() {
   if (text == nullptr) return;
+  int count = 0;
   char16_t units[2];
+  for (const wchar_t* p = text; *p != 0; ++p) count += qorc::EncodeUtf16(static_cast<char32_t>(*p), units);
+  if (count == 0) return;
+  if (count > MAX_SIZE - 1) count = MAX_SIZE - 1;
+  // A constructor fails only when its allocation does, whatever is pending.
+  buffer_ = qorc::NewArray<C_CHAR>(static_cast<std::size_t>(count) + 1);
+  if (buffer_ == nullptr) return;
+  size_ = static_cast<unsigned short>(count + 1);
+  int stored = 0;
   for (const wchar_t* p = text; *p != 0; ++p) {
-    const int count = qorc::EncodeUtf16(static_cast<char32_t>(*p), units);
-    AppendUnits(units, count);
-    if (C_ERROR::Is()) return;
+    const int n = qorc::EncodeUtf16(static_cast<char32_t>(*p), units);
+    if (stored + n > count) break;
+    for (int i = 0; i < n; ++i) buffer_[stored++] = C_CHAR(units[i]);
   }
+  number_ = static_cast<unsigned short>(stored);
+  buffer_[stored] = C_CHAR::VOID;
 }
 
 C_STRING::C_STRING(int n, const char* text) : C_STRING() { AssignBytes(text, n); }
@@ -193,8 +204,11 @@ C_STRING& C_STRING::operator=(const char* text) {
   number_ = 0;
   const int needed = qorc::platform::MultiByteToWide(qorc::LibraryCodePage(), text, byteCount + 1, nullptr, 0);
   if (needed <= 0) return *this;
+  // Growth fails only by leaving the buffer short. An error that was already
+  // pending is no reason to leave the string empty: the error machinery
+  // assigns keys exactly then.
   Grow(needed);
-  if (C_ERROR::Is() || size_ < needed) return *this;
+  if (size_ < needed) return *this;
   qorc::platform::MultiByteToWide(qorc::LibraryCodePage(), text, byteCount + 1, Units(buffer_), needed);
   number_ = static_cast<unsigned short>(needed - 1);
   return *this;
@@ -287,7 +301,7 @@ C_STRING operator+(const C_STRING& a, const C_STRING& b) {
   const int count = a.number_ + b.number_;
   if (count == 0) return result;
   result.Grow(count + 1);
-  if (C_ERROR::Is() || result.size_ < count + 1) return result;
+  if (result.size_ < count + 1) return result;
   if (a.number_ > 0) std::memcpy(result.buffer_, a.buffer_, a.number_ * sizeof(C_CHAR));
   if (b.number_ > 0) std::memcpy(result.buffer_ + a.number_, b.buffer_, b.number_ * sizeof(C_CHAR));
   result.number_ = static_cast<unsigned short>(count);

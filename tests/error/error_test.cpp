@@ -1,8 +1,11 @@
 #include <gtest/gtest.h>
 #include <qorc/qorc.h>
 
+#include <cstdlib>
 #include <string>
 #include <vector>
+
+#include "support/child_process.h"
 
 namespace {
 
@@ -126,8 +129,8 @@ TEST_F(PendingError, ReportComposesExtraAndInnermostContext) {
   C_ERROR::ReportPending();
 
   using Report = std::pair<std::string, std::string>;
-  EXPECT_EQ(g_reports, (std::vector<Report>{
-                           {"C#Err#A failed", "E"}, {"C#Err#A failed", "B"}, {"C#Err#B failed", "E A"}}));
+  EXPECT_EQ(g_reports,
+            (std::vector<Report>{{"C#Err#A failed", "E"}, {"C#Err#A failed", "B"}, {"C#Err#B failed", "E A"}}));
   EXPECT_FALSE(C_ERROR::Is());
 }
 
@@ -164,6 +167,79 @@ TEST_F(PendingError, TextKeysReuseOneDescriptorPerOverload) {
   C_ERROR::Trigger(C_STRING(u"C#Err#Other"));
   EXPECT_EQ(C_ERROR::GetPending(), first);
 }
+
+TEST_F(PendingError, ReplacingByTextKeyReportsTheNewKey) {
+  C_ERROR::SetReportHandler(RecordReport);
+  const C_STRING extra(u"x.dat");
+  using Replace = void (*)(const char*, const C_STRING*);
+  using ReplaceByString = void (*)(const C_STRING&, const C_STRING*);
+  for (Replace replace : {static_cast<Replace>(&C_ERROR::Retrigger), static_cast<Replace>(&C_ERROR::RetriggerMild)}) {
+    ErrorA.Trigger();
+    replace("C#Err#Replacing key", &extra);
+    ASSERT_NE(C_ERROR::GetPending(), nullptr);
+    EXPECT_TRUE(C_ERROR::GetPending()->GetKey() == u"C#Err#Replacing key");
+    C_ERROR::ReportPending();
+  }
+  for (ReplaceByString replace :
+       {static_cast<ReplaceByString>(&C_ERROR::Retrigger), static_cast<ReplaceByString>(&C_ERROR::RetriggerMild)}) {
+    ErrorB.Trigger();
+    replace(C_STRING(u"C#Err#Replacing string"), nullptr);
+    C_ERROR::ReportPending();
+  }
+  using Report = std::pair<std::string, std::string>;
+  EXPECT_EQ(g_reports, (std::vector<Report>{{"C#Err#Replacing key", "x.dat"},
+                                            {"C#Err#Replacing key", "x.dat"},
+                                            {"C#Err#Replacing string", ""},
+                                            {"C#Err#Replacing string", ""}}));
+  // Setting the extra text while an error is pending, and composing the
+  // report, keep their texts too.
+  C_ERROR::ContextPush(C_STRING(u"loading"));
+  ErrorA.Trigger();
+  C_ERROR::TriggerExtra(C_STRING(u"set later"));
+  C_ERROR::ReportPending();
+  EXPECT_EQ(g_reports.back(), Report("C#Err#A failed", "set later loading"));
+}
+
+TEST_F(PendingError, ValuesAreBuiltWhileAnErrorIsPending) {
+  // Only an allocation's own failure makes a string come out empty.
+  ErrorA.Trigger();
+  const C_STRING wide(L"caf\u00e9 \U0001F600");
+  EXPECT_TRUE(wide == u"caf\u00e9 \U0001F600");
+  C_STRING assigned;
+  assigned = "assigned key";
+  EXPECT_TRUE(assigned == u"assigned key");
+  EXPECT_TRUE(C_STRING(u"left ") + C_STRING(u"right") == u"left right");
+  EXPECT_EQ(C_ERROR::GetPending(), &ErrorA);
+}
+
+#if !defined(__SANITIZE_ADDRESS__)
+TEST_F(PendingError, ContextGrowthThatRunsOutOfMemoryBehindAHiddenErrorIsDropped) {
+  const int status = RunInChild(
+      [] {
+        while (C_ERROR::ContextNb < C_ERROR::ContextNba || C_ERROR::ContextNba == 0) {
+          C_ERROR::ContextPush(C_STRING(u"kept"));
+        }
+        const int count = C_ERROR::ContextNb;
+        const C_STRING* table = C_ERROR::ContextStrings;
+        const C_STRING text(u"dropped");
+        ErrorA.Trigger();
+        C_ERROR::Hide(true);
+        // Use up what the limit leaves, down to the blocks kept for reuse in
+        // every small size class. The blocks stay with the child.
+        void* volatile block = nullptr;
+        for (std::size_t size = 256 * 1024; size >= 16; size = size > 4096 ? 4096 : size - 8) {
+          do block = std::malloc(size);
+          while (block != nullptr);
+        }
+        C_ERROR::ContextPush(text);
+        if (C_ERROR::ContextNb != count || C_ERROR::ContextStrings != table) return 1;
+        if (C_ERROR::GetPending() != &ErrorA || !(table[count - 1] == u"kept")) return 2;
+        return 0;
+      },
+      32 * 1024 * 1024);
+  EXPECT_EQ(status, 0);
+}
+#endif
 
 TEST(ErrorCatalogue, KeysAreExact) {
   const std::pair<const C_ERROR*, const char*> expected[] = {

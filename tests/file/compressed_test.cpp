@@ -239,3 +239,37 @@ TEST_F(Compressed, DamagedFilesWritingInPlaceSwitchAndUpdate) {
   text.Write(C_STRING(u"x"));
   EXPECT_EQ(TakeError(), nullptr);
 }
+
+TEST_F(Compressed, PositionsRefusedInPlaceUnlessReading) {
+  WriteCompressed(path, "payload");
+  const std::string stored = ReadBytes(path);
+  for (const int mode : {C_FILE::UPDATE, C_FILE::WRITE}) {
+    SCOPED_TRACE(mode);
+    {
+      C_FILE file(LibraryPath(path), mode | C_FILE::DIRECT, C_FILE::COMPRESSED);
+      ASSERT_EQ(TakeError(), nullptr);
+      std::string bytes(4, '\0');
+      if (mode == C_FILE::UPDATE) {
+        file.Read(4, bytes.data());
+        EXPECT_EQ(bytes, "QORC");
+      }
+      EXPECT_EQ(file.GetPosit(), 0);
+      EXPECT_EQ(TakeError(), &CerrFileCannotSeek);
+      file.SetPosit(0);
+      EXPECT_EQ(TakeError(), &CerrFileCannotSeek);
+      file.Rewind();
+      EXPECT_EQ(TakeError(), &CerrFileCannotSeek);
+      file.Unwind();
+      EXPECT_EQ(TakeError(), &CerrFileCannotSeek);
+      EXPECT_EQ(file.GetLine(), 0);
+      EXPECT_EQ(TakeError(), &CerrFileCannotSeek);
+      if (mode == C_FILE::UPDATE) {
+        // None of the refused calls moved the stream.
+        file.Read(4, bytes.data());
+        EXPECT_EQ(bytes, "OMPR");
+      }
+    }
+    // The update works on the stored bytes; writing in place starts afresh.
+    EXPECT_EQ(ReadBytes(path), mode == C_FILE::UPDATE ? stored : kMagic);
+  }
+}

@@ -158,3 +158,28 @@ TEST_F(TextIo, FormattedValuesAndBareStreams) {
   EXPECT_EQ(TakeError(), &CerrFileNotEnoughSpace);
   std::fclose(full);
 }
+
+TEST_F(TextIo, UnicodeLinesEndOnlyAtAWholeLineFeedUnit) {
+  // Units whose bytes hold 0x0A without being LF, in both byte orders, and a
+  // stored line reusing the target's storage when it is large enough.
+  const std::u16string units = u"\u0A0A\u0B0A\u0A41x\u000A\u0A00y\u000A";
+  for (const bool swapped : {false, true}) {
+    std::string bytes = swapped ? "\xFE\xFF" : "\xFF\xFE";
+    for (const char16_t unit : units) {
+      const char low = static_cast<char>(unit & 0xFF), high = static_cast<char>(unit >> 8);
+      bytes += swapped ? std::string{high, low} : std::string{low, high};
+    }
+    WriteBytes(path, bytes);
+    C_FILE file(LibraryPath(path), C_FILE::READ, C_FILE::AUTO);
+    C_STRING line(u"a longer text than any line here");
+    const int capacity = line.GetSize();
+    file.Read(&line);
+    EXPECT_EQ(Text(line), u"\u0A0A\u0B0A\u0A41x");
+    EXPECT_EQ(line.GetSize(), capacity);
+    file.Read(&line);
+    EXPECT_EQ(Text(line), u"\u0A00y");
+    file.Read(&line);
+    EXPECT_EQ(TakeError(), &CerrFileEndReached);
+    EXPECT_TRUE(line.IsVoid());
+  }
+}

@@ -1,7 +1,10 @@
 #include <gtest/gtest.h>
 #include <qorc/qorc.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstdlib>
+#include <ctime>
 #include <limits>
 #include <vector>
 
@@ -53,12 +56,58 @@ TEST(MathArithmetic, RoundModCanDivAndInterpolate) {
   EXPECT_EQ(CmathInterpolate(0, 10, 10, 20, 20), 30.0);
 }
 
-TEST(MathRand, GeneratorsFromTheirStates) {
+TEST(MathRand, RuntimeDrawsFollowTheHostsSrand) {
   IntRandStateGuard guard;
-  // The runtime's first numbers for seed 1: 41 and 18467 of 32767.
-  qorc::SeedRuntimeRand(1);
-  EXPECT_DOUBLE_EQ(CmathRand(), 41 / 32767.0);
-  EXPECT_DOUBLE_EQ(CmathRandPer(), 18467 / 32768.0);
+  // After srand(s) both functions scale the same draws of rand(), reduced
+  // to 0..32767 as its top 15 bits; srand(s) again repeats them.
+  for (unsigned int seed : {1u, 77u, 0xDEADBEEFu}) {
+    std::srand(seed);
+    std::vector<int> expected;
+    for (int i = 0; i < 64; ++i) expected.push_back(std::rand() >> 16);
+    std::srand(seed);
+    for (int i = 0; i < 64; ++i) {
+      const double value = i % 2 == 0 ? CmathRand() * 32767 : CmathRandPer() * 32768;
+      ASSERT_EQ(value, expected[static_cast<size_t>(i)]) << seed << " " << i;
+    }
+  }
+  // The range: CmathRand reaches both ends of [0, 1], CmathRandPer stays below 1.
+  std::srand(5);
+  double lowest = 1;
+  double highest = 0;
+  double highestPer = 0;
+  for (int i = 0; i < 400000; ++i) {
+    const double value = CmathRand();
+    lowest = std::min(lowest, value);
+    highest = std::max(highest, value);
+    highestPer = std::max(highestPer, CmathRandPer());
+  }
+  EXPECT_EQ(lowest, 0.0);
+  EXPECT_EQ(highest, 1.0);
+  EXPECT_EQ(highestPer, 32767 / 32768.0);
+  // The library's own generator is another one: srand and rand do not move it.
+  qorc::SetIntRandState(0x12345678u);
+  std::srand(9);
+  CmathRand();
+  EXPECT_EQ(CmathIntRand(), 706275741u);
+}
+
+TEST(MathRand, CopenSeedsBothGeneratorsWithTheTime) {
+  IntRandStateGuard guard;
+  const unsigned int before = static_cast<unsigned int>(std::time(nullptr));
+  Copen();
+  const unsigned int after = static_cast<unsigned int>(std::time(nullptr));
+  const unsigned int intState = qorc::IntRandState();
+  const int draws[] = {std::rand(), std::rand(), std::rand()};
+  bool found = false;
+  for (unsigned int seconds = before; seconds <= after && !found; ++seconds) {
+    std::srand(seconds);
+    found = std::rand() == draws[0] && std::rand() == draws[1] && std::rand() == draws[2] && intState == seconds;
+  }
+  EXPECT_TRUE(found);
+}
+
+TEST(MathRand, IntegerGeneratorFromItsState) {
+  IntRandStateGuard guard;
   // The integer generator from the load state; the unreduced sum is kept, with
   // no final subtraction past 2^31 - 1, and the state is the number drawn plus one.
   const unsigned int draws[][2] = {{0x12345678u, 706275741u}, {0x80000000u, 16806u}, {0xFFFFFFFFu, 0x800041A5u}};

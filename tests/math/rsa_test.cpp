@@ -86,6 +86,40 @@ TEST(Rsa, ASeedReproducesThePairAndRestoresTheGenerator) {
   qorc::SetIntRandState(before);
 }
 
+// Pairs made from fixed generator states, as every earlier version of the
+// library made them: a faster generation must draw the same numbers and
+// leave the generator where it always has.
+TEST(Rsa, FixedGeneratorStatesGiveTheKeysTheyAlwaysGave) {
+  struct Known {
+    int bits;
+    unsigned int seed;
+    unsigned int publicCrc, privateCrc;
+  };
+  const Known known[] = {{1024, 1u, 0x2554849Cu, 0xBEC09D37u},
+                         {1024, 20260101u, 0x0B392337u, 0x9C98C4F8u},
+                         {1024, 0xDEADBEEFu, 0xA8BE541Cu, 0x2CCFCC55u},
+                         {512, 77u, 0x27C6EA48u, 0xBA8393BDu},
+                         {2048, 5u, 0x4F1A2FD1u, 0xDA194B23u},
+                         {64, 3u, 0xEBC2E553u, 0xB76E2540u},
+                         {72, 4u, 0xA5D0FE3Cu, 0xC0F3E020u},
+                         {256, 9u, 0xCEC17B89u, 0xA4384F4Fu},
+                         {384, 11u, 0x4FE91520u, 0x0DA0F73Fu},
+                         {520, 12u, 0x2D90FC85u, 0xBDBE8657u},
+                         {1536, 13u, 0xFE7032E2u, 0xE93F5B36u}};
+  for (const Known& k : known) {
+    const KeyPair keys = Generate(k.bits, k.seed);
+    EXPECT_EQ(CchecksumCRC(static_cast<int>(keys.publicKey.size()), keys.publicKey.data()), k.publicCrc) << k.seed;
+    EXPECT_EQ(CchecksumCRC(static_cast<int>(keys.privateKey.size()), keys.privateKey.data()), k.privateCrc) << k.seed;
+  }
+  const unsigned int before = qorc::IntRandState();
+  qorc::SetIntRandState(12345);
+  const KeyPair keys = Generate(1024, 0);
+  EXPECT_EQ(CchecksumCRC(static_cast<int>(keys.publicKey.size()), keys.publicKey.data()), 0xA38CE887u);
+  EXPECT_EQ(CchecksumCRC(static_cast<int>(keys.privateKey.size()), keys.privateKey.data()), 0xE10864C9u);
+  EXPECT_EQ(qorc::IntRandState(), 0x793B08E2u);
+  qorc::SetIntRandState(before);
+}
+
 TEST(Rsa, RoundTripsForSeveralKeySizes) {
   for (int bits : {8, 16, 24, 32, 40, 64, 72, 128, 256, 512, 1024}) {
     const KeyPair keys = Generate(bits, static_cast<unsigned int>(bits) * 7919u);
@@ -240,6 +274,54 @@ TEST(Rsa, CandidateTestAgreesWithCryptoppIsPrime) {
   for (unsigned int i = 0; i < table; i += 7) ASSERT_TRUE(Agrees(big * Integer(static_cast<long>(primes[i]))));
   const Integer beyond(32749);  // the first prime above the table
   for (const Integer& n : {big, big * last, beyond * Integer(32771), beyond * big}) ASSERT_TRUE(Agrees(n)) << n;
+}
+
+bool AgreesBase3(const Integer& n) {
+  std::vector<unsigned char> bytes(n.MinEncodedSize());
+  n.Encode(bytes.data(), bytes.size());
+  return qorc::RsaIsStrongProbablePrimeBase3(bytes.data(), bytes.size()) ==
+         CryptoPP::IsStrongProbablePrime(n, Integer(3));
+}
+
+TEST(Rsa, BaseThreeTestAgreesWithCryptoppOnPrimesCompositesAndPseudoprimes) {
+  // Odd numbers that 3 does not divide, of the sizes the word-sized code
+  // handles (4, 8, 12, 16 and 32 words) and of others, some of them prime.
+  int probablePrimes = 0;
+  for (int bits : {33, 64, 100, 256, 500, 512, 520, 768, 1024, 2048}) {
+    for (int i = 0; i < 60; ++i) {
+      std::vector<unsigned char> bytes(static_cast<size_t>(bits + 7) / 8);
+      for (unsigned char& byte : bytes) byte = static_cast<unsigned char>(CmathIntRand() >> 7);
+      Integer n = Integer(bytes.data(), bytes.size()) >> static_cast<unsigned int>(8 * bytes.size() - bits);
+      n.SetBit(static_cast<size_t>(bits - 1));
+      n.SetBit(0);
+      if (n % Integer(3) == Integer::Zero()) n += Integer(2);
+      // Every fourth one a prime, so that the passing path is taken too.
+      if (i % 4 == 0 && bits <= 1024) {
+        while (!CryptoPP::IsPrime(n)) n += Integer(n % Integer(3) == Integer(2) ? 4 : 2);
+      }
+      ASSERT_TRUE(AgreesBase3(n)) << n;
+      probablePrimes += CryptoPP::IsStrongProbablePrime(n, Integer(3)) ? 1 : 0;
+    }
+  }
+  EXPECT_GE(probablePrimes, 130);
+  // Composites that pass base 3 (strong pseudoprimes), among them the square
+  // of a prime p with 3^(p-1) = 1 modulo p^2, and primes whose n - 1 holds a
+  // high power of 2, which take the repeated squarings.
+  for (long n : {121L, 703L, 1891L, 3281L, 8401L, 8911L, 10585L, 12403L, 16531L, 18721L, 19345L, 23521L, 31621L}) {
+    ASSERT_TRUE(CryptoPP::IsStrongProbablePrime(Integer(n), Integer(3))) << n;
+    ASSERT_TRUE(AgreesBase3(Integer(n))) << n;
+  }
+  const Integer wieferichSquare = Integer(1006003L).Squared();
+  EXPECT_TRUE(AgreesBase3(wieferichSquare));
+  for (unsigned int power : {64u, 130u, 200u}) {
+    Integer n = Integer::Power2(power) * Integer(5) + Integer::One();
+    int found = 0;
+    for (; found < 2; n += Integer::Power2(power) * Integer(2)) {
+      if (n % Integer(3) == Integer::Zero()) continue;
+      ASSERT_TRUE(AgreesBase3(n)) << n;
+      found += CryptoPP::IsPrime(n) ? 1 : 0;
+    }
+  }
 }
 
 }  // namespace

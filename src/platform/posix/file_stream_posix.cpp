@@ -97,6 +97,40 @@ void Consume(std::FILE* stream, std::size_t count) {
 #endif
 }
 
+// The first of the bytes a and b among count bytes, or null. Searched in
+// short steps, so that finding the end of a short line costs that line and
+// not the whole buffered window.
+const unsigned char* FindEither(const unsigned char* bytes, std::size_t count, int a, int b) {
+  constexpr std::size_t kStep = 256;
+  for (std::size_t at = 0; at < count; at += kStep) {
+    const std::size_t step = count - at < kStep ? count - at : kStep;
+    const auto* first = static_cast<const unsigned char*>(std::memchr(bytes + at, a, step));
+    const std::size_t limit = first == nullptr ? step : static_cast<std::size_t>(first - (bytes + at));
+    const auto* second = static_cast<const unsigned char*>(std::memchr(bytes + at, b, limit));
+    if (second != nullptr) return second;
+    if (first != nullptr) return first;
+  }
+  return nullptr;
+}
+
+// The first unit equal to `unit` among `units` native 16-bit units, or
+// null: the unit's first byte in memory is looked for with memchr and the
+// hits that are not a whole unit are passed over.
+const unsigned char* FindUnit(const unsigned char* bytes, std::size_t units, char16_t unit) {
+  unsigned char pattern[2];
+  std::memcpy(pattern, &unit, sizeof pattern);
+  const std::size_t length = 2 * units;
+  std::size_t at = 0;
+  while (at < length) {
+    const auto* hit = static_cast<const unsigned char*>(std::memchr(bytes + at, pattern[0], length - at));
+    if (hit == nullptr) return nullptr;
+    const std::size_t offset = static_cast<std::size_t>(hit - bytes);
+    if ((offset & 1) == 0 && hit[1] == pattern[1]) return hit;
+    at = offset + 1;
+  }
+  return nullptr;
+}
+
 // After the stop byte `stop`, takes the other stop byte when it comes next.
 void TakePartner(std::FILE* stream, int stop, int stop1, int stop2) {
   const int partner = stop == stop1 ? stop2 : stop1;
@@ -120,14 +154,9 @@ int ReadBytesUntil(std::FILE* stream, char* out, int capacity, int stop1, int st
     if (window.size > 0) {
       const std::size_t room = static_cast<std::size_t>(capacity - stored);
       const std::size_t count = window.size < room ? window.size : room;
-      // The first of the two stop bytes, by two scans of the window.
-      const void* first = std::memchr(window.begin, stop1, count);
-      const std::size_t limit =
-          first == nullptr ? count : static_cast<std::size_t>(static_cast<const unsigned char*>(first) - window.begin);
-      const void* second = std::memchr(window.begin, stop2, limit);
-      if (second != nullptr) first = second;
+      const unsigned char* first = FindEither(window.begin, count, stop1, stop2);
       if (first != nullptr) {
-        const std::size_t i = static_cast<std::size_t>(static_cast<const unsigned char*>(first) - window.begin);
+        const std::size_t i = static_cast<std::size_t>(first - window.begin);
         const int c = window.begin[i];
         std::memcpy(out + stored, window.begin, i);
         Consume(stream, i + 1);
@@ -160,18 +189,10 @@ int ReadUnitsUntil(std::FILE* stream, char16_t* out, int capacity, char16_t stop
     if (window.size >= 2) {
       const std::size_t room = static_cast<std::size_t>(capacity - stored);
       const std::size_t units = window.size / 2 < room ? window.size / 2 : room;
-      std::size_t taken = 0;
-      bool stopped = false;
-      while (taken < units) {
-        char16_t unit;
-        std::memcpy(&unit, window.begin + 2 * taken, sizeof unit);
-        out[stored + static_cast<int>(taken)] = unit;
-        ++taken;
-        if (unit == stop) {
-          stopped = true;
-          break;
-        }
-      }
+      const unsigned char* found = FindUnit(window.begin, units, stop);
+      const bool stopped = found != nullptr;
+      const std::size_t taken = stopped ? static_cast<std::size_t>(found - window.begin) / 2 + 1 : units;
+      std::memcpy(out + stored, window.begin, 2 * taken);
       Consume(stream, 2 * taken);
       stored += static_cast<int>(taken);
       if (stopped) break;

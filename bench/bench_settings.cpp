@@ -1,0 +1,239 @@
+// Settings keys: entry writes (Open, SetEntry, three fields, Close) and reads
+// (Open, SetEntry, three reads, Close) per second, against the same rows
+// written and read through SQLite directly: the same schema, journal and
+// synchronous settings, with prepared statements and the key's id known in
+// advance. Entries cycle over 1000 names of one key. Ratios are printed after
+// the runs.
+#include <benchmark/benchmark.h>
+#include <qorc/qorc.h>
+#include <sqlite3.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr int kNames = 1000;
+
+std::string g_dir;
+C_REGKEY::HANDLE g_store = nullptr;
+std::vector<C_STRING> g_names;
+const C_STRING kKey(u"Software\\Bench");
+const C_STRING kText(u"a setting of some length");
+
+// The stored bytes of int, double and string, as C_REGKEY lays them out,
+// rounded up to a multiple of four.
+std::string FieldBytes(int number, double real, const std::u16string& text) {
+  std::string bytes(4 + 8 + 4 + 2 * text.size(), '\0');
+  std::memcpy(&bytes[0], &number, 4);
+  std::memcpy(&bytes[4], &real, 8);
+  const unsigned count = static_cast<unsigned>(text.size());
+  std::memcpy(&bytes[12], &count, 4);
+  std::memcpy(&bytes[16], text.data(), 2 * text.size());
+  bytes.resize((bytes.size() + 3) & ~std::size_t(3), '\0');
+  return bytes;
+}
+
+std::string NameBytes(const C_STRING& name) {
+  return std::string(reinterpret_cast<const char*>(name.GetWCHAR()), 2 * static_cast<std::size_t>(name.GetNumber()));
+}
+
+std::string FoldBytes(const C_STRING& name) {
+  std::string bytes;
+  for (int i = 0; i < name.GetNumber(); ++i) {
+    char16_t c = name.GetWCHAR()[i];
+    if (c >= u'a' && c <= u'z') c = static_cast<char16_t>(c - 32);
+    bytes.push_back(static_cast<char>(c >> 8));
+    bytes.push_back(static_cast<char>(c & 0xFF));
+  }
+  return bytes;
+}
+
+void BM_RegkeyWriteEntry(benchmark::State& state) {
+  int i = 0;
+  for (auto _ : state) {
+    C_REGKEY key;
+    key.Open(g_store, kKey, C_REGKEY::WRITE, false);
+    key.SetEntry(g_names[i % kNames]);
+    key.Write(i);
+    key.Write(0.5 * i);
+    key.Write(kText);
+    key.Close();
+    ++i;
+  }
+  if (C_ERROR::Is()) state.SkipWithError("settings write failed");
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_RegkeyWriteEntry);
+
+void BM_RegkeyReadEntry(benchmark::State& state) {
+  int i = 0;
+  long long sum = 0;
+  for (auto _ : state) {
+    C_REGKEY key;
+    key.Open(g_store, kKey, C_REGKEY::READ, false);
+    key.SetEntry(g_names[i % kNames]);
+    int number = 0;
+    double real = 0;
+    C_STRING text;
+    key.Read(&number);
+    key.Read(&real);
+    key.Read(&text);
+    key.Close();
+    sum += number + text.GetNumber();
+    ++i;
+  }
+  benchmark::DoNotOptimize(sum);
+  if (C_ERROR::Is()) state.SkipWithError("settings read failed");
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_RegkeyReadEntry);
+
+// The same rows through a connection of its own on a store file of its own.
+struct Direct {
+  sqlite3* db = nullptr;
+  sqlite3_stmt* upsert = nullptr;
+  sqlite3_stmt* select = nullptr;
+  sqlite3_int64 key = 0;
+  std::vector<std::string> names, folds;
+};
+Direct g_direct;
+
+void BM_SqliteWriteEntry(benchmark::State& state) {
+  const std::u16string text(kText.GetWCHAR(), kText.GetNumber());
+  int i = 0;
+  for (auto _ : state) {
+    const std::string data = FieldBytes(i, 0.5 * i, text);
+    sqlite3_stmt* s = g_direct.upsert;
+    sqlite3_bind_int64(s, 1, g_direct.key);
+    sqlite3_bind_blob(s, 2, g_direct.names[i % kNames].data(), static_cast<int>(g_direct.names[i % kNames].size()),
+                      SQLITE_STATIC);
+    sqlite3_bind_blob(s, 3, g_direct.folds[i % kNames].data(), static_cast<int>(g_direct.folds[i % kNames].size()),
+                      SQLITE_STATIC);
+    sqlite3_bind_int(s, 4, 3);
+    sqlite3_bind_blob(s, 5, data.data(), static_cast<int>(data.size()), SQLITE_TRANSIENT);
+    if (sqlite3_step(s) != SQLITE_DONE) state.SkipWithError("sqlite write failed");
+    sqlite3_reset(s);
+    ++i;
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_SqliteWriteEntry);
+
+void BM_SqliteReadEntry(benchmark::State& state) {
+  int i = 0;
+  long long sum = 0;
+  for (auto _ : state) {
+    sqlite3_stmt* s = g_direct.select;
+    sqlite3_bind_int64(s, 1, g_direct.key);
+    sqlite3_bind_blob(s, 2, g_direct.folds[i % kNames].data(), static_cast<int>(g_direct.folds[i % kNames].size()),
+                      SQLITE_STATIC);
+    if (sqlite3_step(s) == SQLITE_ROW) {
+      const unsigned char* data = static_cast<const unsigned char*>(sqlite3_column_blob(s, 0));
+      int number = 0;
+      double real = 0;
+      unsigned count = 0;
+      std::memcpy(&number, data, 4);
+      std::memcpy(&real, data + 4, 8);
+      std::memcpy(&count, data + 12, 4);
+      const std::u16string text(reinterpret_cast<const char16_t*>(data + 16), count);
+      sum += number + static_cast<long long>(text.size());
+    } else {
+      state.SkipWithError("sqlite read failed");
+    }
+    sqlite3_reset(s);
+    ++i;
+  }
+  benchmark::DoNotOptimize(sum);
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_SqliteReadEntry);
+
+bool PrepareDirect(const std::string& path) {
+  // The library lays out the schema; the baseline then uses its own connection.
+  if (C_REGKEY::OpenStore(C_STRING(path.c_str())) == nullptr) return false;
+  C_REGKEY key;
+  key.Open(C_REGKEY::OpenStore(C_STRING(path.c_str())), kKey, C_REGKEY::WRITE, true);
+  key.Close();
+  Direct& d = g_direct;
+  if (sqlite3_open_v2(path.c_str(), &d.db, SQLITE_OPEN_READWRITE, nullptr) != SQLITE_OK) return false;
+  sqlite3_busy_timeout(d.db, 10000);
+  sqlite3_exec(d.db, "PRAGMA journal_mode = WAL; PRAGMA synchronous = NORMAL; PRAGMA foreign_keys = ON", nullptr,
+               nullptr, nullptr);
+  sqlite3_stmt* find = nullptr;
+  sqlite3_prepare_v2(d.db, "SELECT max(id) FROM keys", -1, &find, nullptr);
+  if (sqlite3_step(find) == SQLITE_ROW) d.key = sqlite3_column_int64(find, 0);
+  sqlite3_finalize(find);
+  for (const C_STRING& name : g_names) {
+    d.names.push_back(NameBytes(name));
+    d.folds.push_back(FoldBytes(name));
+  }
+  return sqlite3_prepare_v2(d.db,
+                            "INSERT INTO entries(key, name, fold, type, data) VALUES (?1, ?2, ?3, ?4, ?5) "
+                            "ON CONFLICT(key, fold) DO UPDATE SET type = excluded.type, data = excluded.data",
+                            -1, &d.upsert, nullptr) == SQLITE_OK &&
+         sqlite3_prepare_v2(d.db, "SELECT data FROM entries WHERE key = ?1 AND fold = ?2", -1, &d.select, nullptr) ==
+             SQLITE_OK;
+}
+
+class RatioReporter : public benchmark::ConsoleReporter {
+ public:
+  void ReportRuns(const std::vector<Run>& runs) override {
+    for (const Run& run : runs) times_[run.benchmark_name()] = {run.GetAdjustedRealTime(), run.GetAdjustedCPUTime()};
+    ConsoleReporter::ReportRuns(runs);
+  }
+  // How much longer `library` takes than `baseline` (1.00x: as fast), in
+  // elapsed time and in processor time (steadier on a busy machine).
+  void PrintRatio(const char* what, const std::string& library, const std::string& baseline) {
+    const auto a = times_.find(library), b = times_.find(baseline);
+    if (a == times_.end() || b == times_.end() || b->second.first <= 0 || b->second.second <= 0) return;
+    std::printf("%-38s %5.2fx elapsed, %5.2fx cpu (%.0f vs %.0f per second)\n", what, a->second.first / b->second.first,
+                a->second.second / b->second.second, 1e9 / a->second.first, 1e9 / b->second.first);
+  }
+
+ private:
+  std::map<std::string, std::pair<double, double>> times_;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Copen();
+  std::string pattern = (std::filesystem::temp_directory_path() / "qorc-bench-XXXXXX").string();
+  if (mkdtemp(pattern.data()) == nullptr) return 1;
+  g_dir = pattern;
+  for (int i = 0; i < kNames; ++i) g_names.push_back(C_STRING(i, C_STRING(u"Setting%04d")));
+  g_store = C_REGKEY::OpenStore(C_STRING((g_dir + "/library.sqlite").c_str()));
+  if (g_store == nullptr || !PrepareDirect(g_dir + "/direct.sqlite")) return 1;
+  // Both stores start with every entry present, so that reads find them.
+  C_REGKEY key;
+  key.Open(g_store, kKey, C_REGKEY::WRITE, true);
+  key.Close();
+  for (int i = 0; i < kNames; ++i) {
+    key.Open(g_store, kKey, C_REGKEY::WRITE, false);
+    key.SetEntry(g_names[i]);
+    key.Write(i);
+    key.Write(0.5 * i);
+    key.Write(kText);
+    key.Close();
+  }
+
+  benchmark::Initialize(&argc, argv);
+  RatioReporter reporter;
+  benchmark::RunSpecifiedBenchmarks(&reporter);
+  std::printf("\nLibrary against SQLite directly (target: at most 1.5x the time):\n");
+  reporter.PrintRatio("write: Open+SetEntry+3 fields+Close", "BM_RegkeyWriteEntry", "BM_SqliteWriteEntry");
+  reporter.PrintRatio("read: Open+SetEntry+3 reads+Close", "BM_RegkeyReadEntry", "BM_SqliteReadEntry");
+  benchmark::Shutdown();
+  sqlite3_finalize(g_direct.upsert);
+  sqlite3_finalize(g_direct.select);
+  sqlite3_close(g_direct.db);
+  std::filesystem::remove_all(g_dir);
+  Cclose();
+  return 0;
+}

@@ -1,0 +1,145 @@
+// C_REGKEY: settings keys with typed binary entries, and their exchange with
+// the text files of the Windows registry editor.
+//
+// On this platform the settings live in store files of the library's own (one
+// SQLite database per store). A host wires its roots once:
+//
+//   C_REGKEY::InitUser(C_REGKEY::OpenStore(C_REGKEY::DefaultStorePath(C_REGKEY::USER)));
+//   C_REGKEY::InitMachine(C_REGKEY::OpenStore(C_REGKEY::DefaultStorePath(C_REGKEY::MACHINE)));
+//
+// Key and entry names compare without case and keep the case they were
+// created with. Subkeys are enumerated in the order of their names compared
+// without case (each UTF-16 unit upper-cased, then by code unit); entries in
+// the order they were first stored (storing an entry again keeps its place).
+// Every failure of a key operation is reported at debug level: the pending
+// error is CerrInternalError, whatever went wrong.
+#ifndef QORC_REGKEY_H
+#define QORC_REGKEY_H
+
+#include <qorc/export.h>
+#include <qorc/string.h>
+#include <qorc/types.h>
+
+class C_REGKEY;
+QORC_API void CregkeyExport(const C_REGKEY* key, const C_STRING& path);
+QORC_API void CregkeyImport(const C_REGKEY* key, const C_STRING& path);
+
+class QORC_API C_REGKEY {
+ public:
+  // One open key of a store, as the platform hands it out.
+  struct STORE_KEY;
+  using HANDLE = STORE_KEY*;
+
+  // Access asked for at Open; any other value counts as READ_WRITE.
+  enum MODE { READ = 0, WRITE = 1, READ_WRITE = 2 };
+  // Types of stored entries.
+  static constexpr unsigned TYPE_TEXT = 1;
+  static constexpr unsigned TYPE_BINARY = 3;
+
+  // The special objects that stand for the user root and the machine root.
+  static C_REGKEY* const USER;
+  static C_REGKEY* const MACHINE;
+
+  C_REGKEY();
+  C_REGKEY(const C_REGKEY& other);
+  C_REGKEY& operator=(const C_REGKEY& other);
+  // Closes the key when it is open: pending data is stored.
+  ~C_REGKEY();
+
+  // Set the root handles; only the first call with a handle counts.
+  static void InitUser(HANDLE handle);
+  static void InitMachine(HANDLE handle);
+
+  // Opens or creates the store file at `path` (library form, expanded through
+  // the roots; missing folders are created) and returns the handle of its top
+  // key. The same file opened again gives the same handle. Handles live until
+  // Cclose. Null, with CerrFileCannotOpen and the path pending, when the file
+  // cannot be opened or is not a settings store.
+  static HANDLE OpenStore(const C_STRING& path);
+  // The conventional store of a root: $XDG_CONFIG_HOME/qorc/settings.sqlite
+  // (else ~/.config/qorc/settings.sqlite) for USER,
+  // /var/lib/qorc/settings.sqlite for MACHINE; VOID for any other key.
+  static C_STRING DefaultStorePath(const C_REGKEY* root);
+
+  // Opens a subkey ("\"-separated path; empty: the parent key itself) of a
+  // platform key or of another object (also USER or MACHINE).
+  void Open(HANDLE parent, const C_STRING& path, MODE mode, C_BOOL create);
+  void Open(const C_REGKEY* parent, const C_STRING& path, MODE mode, C_BOOL create);
+  // Stores pending data and closes.
+  void Close();
+  C_BOOL IsOpened() const { return opened_; }
+
+  // Stores pending data and selects an entry (empty name: the default entry).
+  void SetEntry(const C_STRING& name);
+  // Append one field to the current binary entry.
+  void Write(int value);
+  void Write(double value);
+  void Write(C_BOOL value);
+  void Write(const C_STRING& value);
+  // Makes the current entry a text entry holding this string.
+  void WriteReadableString(const C_STRING& text);
+  // Read the next field of the current entry.
+  void Read(int* value);
+  void Read(double* value);
+  void Read(C_BOOL* value);
+  void Read(C_STRING* value);
+  // Deletes the current entry from the key.
+  void Clear();
+  // Deletes a subkey that has no subkeys of its own.
+  void Delete(const C_STRING& name);
+  // Names of the subkeys or of the entries: a new array released with delete[].
+  void GetSubkeys(int* count, C_STRING** names);
+  void GetEntries(int* count, C_STRING** names);
+  // Copies every entry and, recursively, every subkey into target.
+  void Copy(C_REGKEY* target);
+
+ private:
+  C_BOOL IsSpecial() const;
+  HANDLE SpecialHandle() const;
+  C_BOOL RefuseSpecial() const;
+  C_BOOL RefuseClosed() const;
+  HANDLE KeyHandle() const;
+  void StorePending();
+  void ReleaseBuffer();
+  void Append(const void* bytes, unsigned count);
+  C_BOOL ReadBinary(void* out, unsigned count);
+  C_BOOL ReadTextValue(C_STRING* text);
+  void CopyFrom(const C_REGKEY& other);
+  void ListNames(C_BOOL subkeys, int* count, C_STRING** names);
+  friend void ::CregkeyExport(const C_REGKEY* key, const C_STRING& path);
+  friend void ::CregkeyImport(const C_REGKEY* key, const C_STRING& path);
+
+  HANDLE key_;
+  MODE mode_;
+  unsigned type_;
+  unsigned size_;
+  unsigned char* buffer_;
+  C_BOOL opened_;
+  unsigned position_;
+  C_STRING name_;
+};
+
+// Writes `key` (an open key, USER or MACHINE) with all its subkeys to a text
+// file of the Windows registry editor, version 5: UTF-16 LE with a byte-order
+// mark, the header "Windows Registry Editor Version 5.00", one [section] per
+// key named by its full path (under HKEY_LOCAL_MACHINE for keys of the machine
+// store, HKEY_CURRENT_USER otherwise), text entries as "strings", binary
+// entries as hex:, other entries as dword: or hex(type):. Every byte of every
+// entry is kept, so an import gives back exactly the same entries. The path is
+// in library form, expanded through the roots. Failures: CerrFileCannotCreate
+// or CerrFileCannotWrite (CerrFileNotEnoughSpace on a full disk) with the
+// path; a store that cannot be read gives CerrInternalError.
+QORC_API void CregkeyExport(const C_REGKEY* key, const C_STRING& path);
+
+// Reads such a file into `key` (an open key, USER or MACHINE): the first
+// section stands for `key` itself and every other section must lie under it;
+// its subkeys are created as needed and its entries are stored, replacing
+// entries of the same names. "name"=- deletes an entry, [-path] a key with
+// everything under it. The whole file is checked before anything is stored,
+// and all of it is stored at once or not at all. A malformed file imports
+// nothing and leaves CerrFileContainsInvalidCode pending with "path, line N:
+// reason" as extra text; a file that cannot be opened gives CerrFileCannotOpen
+// with the path; a store that refuses the change gives CerrInternalError.
+QORC_API void CregkeyImport(const C_REGKEY* key, const C_STRING& path);
+
+#endif

@@ -1,0 +1,65 @@
+// IStorage: a storage of a compound document (the OLE2 compound file format
+// that other programs also read and write): a tree of named storages and
+// byte streams in one file. A C_FILE opened on a storage reads and writes
+// its stream "Contents".
+//
+// Changes stay with the open document until a storage of it is committed;
+// a commit writes the whole document, as the storages of it show it then,
+// to a new file beside the old one and puts it in the old one's place in
+// one step, keeping every stream and storage that was not changed byte for
+// byte. A failed commit leaves the file as it was. A document released
+// without a commit leaves its file untouched.
+#ifndef QORC_STORAGE_H
+#define QORC_STORAGE_H
+
+#include <qorc/export.h>
+#include <qorc/string.h>
+#include <qorc/types.h>
+
+class QORC_API IStorage {
+ public:
+  // Commit conditions (the values are those of the platform's structured storage).
+  enum COMMIT {
+    COMMIT_DEFAULT = 0,
+    COMMIT_OVERWRITE = 1,
+    // Refused when the file was replaced or changed by someone else since
+    // the document was opened or last committed.
+    COMMIT_ONLY_IF_CURRENT = 2,
+  };
+
+  // Opens the document at path (which may begin with an installation root).
+  // With create, a missing document is made at once as an empty one. Null
+  // with CerrFileCannotOpen and the path pending when the file cannot be
+  // read, is not a sound compound document, or cannot be created.
+  static IStorage* Open(const C_STRING& path, C_BOOL create);
+
+  // A storage inside this one, by name (compared without case, as the format
+  // does). With create a missing one is made. Null with CerrFileCannotOpen
+  // and the name pending when there is none, the name is held by a stream,
+  // or it is not a valid name (1 to 31 characters, none of "\/:!").
+  IStorage* OpenStorage(const C_STRING& name, C_BOOL create);
+
+  // Writes the document (see above); flags is a COMMIT value. FALSE when the
+  // condition refuses it, the file is read-only or cannot be written; no
+  // error is left pending, the caller decides what a failure means.
+  C_BOOL Commit(int flags);
+
+  // Ends this handle. The document stays open while a handle of it (the
+  // document's or a child storage's) is still held; uncommitted changes are
+  // dropped with the last one. A C_FILE on the storage must be destroyed first.
+  void Release();
+
+  IStorage(const IStorage&) = delete;
+  IStorage& operator=(const IStorage&) = delete;
+
+  // The library's own view of the storage, used by the file object.
+  class Impl;
+  Impl* GetImpl() const { return impl_; }
+
+ private:
+  explicit IStorage(Impl* impl);
+  ~IStorage();
+  Impl* impl_;
+};
+
+#endif

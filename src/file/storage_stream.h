@@ -1,0 +1,42 @@
+// The stream wrapper of a file object opened on a storage: the stream
+// "Contents" with its own position, opened for reading or for reading and
+// writing.
+#ifndef QORC_FILE_STORAGE_STREAM_H
+#define QORC_FILE_STORAGE_STREAM_H
+
+#include <qorc/file.h>
+#include <qorc/storage.h>
+
+#include <memory>
+
+#include "file/storage_internal.h"
+
+class C_FILE::StorageStream {
+ public:
+  // READ opens the stream, or makes an empty one when there is none; UPDATE
+  // always makes it anew. Null for any other mode and when the stream is
+  // open already.
+  static StorageStream* Open(IStorage* storage, MODE mode);
+  ~StorageStream();
+  StorageStream(const StorageStream&) = delete;
+  StorageStream& operator=(const StorageStream&) = delete;
+
+  // A short read leaves CerrFileEndReached pending.
+  void Read(int count, void* data, int* got);
+  void Write(int count, const void* data, int* put);
+  // Positions before the start are refused with CerrFileCannotSeek.
+  void Seek(long long position);
+  void SeekEnd() { position_ = stream_->size; }
+  long long Position() const { return position_; }
+
+ private:
+  StorageStream(IStorage::Impl* storage, std::shared_ptr<qorc::file::StorageNode> stream, bool writable)
+      : storage_(storage), stream_(std::move(stream)), writable_(writable) {}
+
+  IStorage::Impl* storage_;
+  std::shared_ptr<qorc::file::StorageNode> stream_;
+  bool writable_;
+  long long position_ = 0;
+};
+
+#endif

@@ -1,0 +1,758 @@
+// Settings stores kept in SQLite databases, one file per store.
+//
+// Layout: the table "keys" holds one row per key (the top key has id 1 and no
+// parent), "entries" one row per entry. Names are kept as UTF-16 LE bytes
+// with their case; beside each name its folded form (every unit upper-cased,
+// stored big-endian so that byte order is code-unit order) is what lookups,
+// uniqueness and the order of subkeys use. Entries are listed by row id, the
+// order in which they were first stored: an upsert keeps the row. Key ids
+// are never reused, so a key id remembered for a path either still names
+// that key or names none: each connection remembers the ids of the paths it
+// has resolved, and a handle whose key turns out to be gone (deleted by
+// another process, perhaps made anew) resolves its path again.
+//
+// The journal is a write-ahead log with synchronous=NORMAL: a commit survives
+// the death of the writing process, and a process killed in the middle of a
+// write leaves the database as it was before that write. Writers of other
+// processes wait for each other through the busy time-out.
+#include <pthread.h>
+#include <sqlite3.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <string>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+#include "platform/posix/native_path.h"
+#include "platform/settings_store.h"
+#include "platform/text.h"
+
+namespace qorc::platform::posix {
+
+// "qorc" in ASCII: marks a database as a settings store.
+constexpr int kStoreApplicationId = 0x716F7263;
+constexpr int kStoreSchemaVersion = 1;
+constexpr sqlite3_int64 kTopKeyId = 1;
+// How long a writer waits for the writers of other processes.
+constexpr int kBusyTimeoutMs = 10000;
+// The longest name of one key, as on Windows.
+constexpr std::size_t kMaxKeyNameLength = 255;
+
+enum Statement {
+  kFindChild,
+  kKeyExists,
+  kInsertKey,
+  kKeyParent,
+  kQueryEntry,
+  kUpsertEntry,
+  kDeleteEntry,
+  kHasChildren,
+  kDeleteKey,
+  kListSubkeys,
+  kListEntries,
+  kStatementCount
+};
+
+const char* const kStatementTexts[kStatementCount] = {
+    "SELECT id FROM keys WHERE parent = ?1 AND fold = ?2",
+    "SELECT 1 FROM keys WHERE id = ?1",
+    "INSERT INTO keys(parent, name, fold) VALUES (?1, ?2, ?3)",
+    "SELECT parent, name FROM keys WHERE id = ?1",
+    "SELECT type, data FROM entries WHERE key = ?1 AND fold = ?2",
+    "INSERT INTO entries(key, name, fold, type, data) VALUES (?1, ?2, ?3, ?4, ?5) "
+    "ON CONFLICT(key, fold) DO UPDATE SET type = excluded.type, data = excluded.data",
+    "DELETE FROM entries WHERE key = ?1 AND fold = ?2",
+    "SELECT 1 FROM keys WHERE parent = ?1 LIMIT 1",
+    "DELETE FROM keys WHERE id = ?1",
+    "SELECT name FROM keys WHERE parent = ?1 ORDER BY fold",
+    "SELECT name FROM entries WHERE key = ?1 ORDER BY id",
+};
+
+const char* const kSchema =
+    "CREATE TABLE keys("
+    " id INTEGER PRIMARY KEY AUTOINCREMENT,"
+    " parent INTEGER REFERENCES keys(id) ON DELETE CASCADE,"
+    " name BLOB NOT NULL,"
+    " fold BLOB NOT NULL,"
+    " UNIQUE(parent, fold));"
+    "INSERT INTO keys(id, parent, name, fold) VALUES (1, NULL, x'', x'');"
+    "CREATE TABLE entries("
+    " id INTEGER PRIMARY KEY,"
+    " key INTEGER NOT NULL REFERENCES keys(id) ON DELETE CASCADE,"
+    " name BLOB NOT NULL,"
+    " fold BLOB NOT NULL,"
+    " type INTEGER NOT NULL,"
+    " data BLOB NOT NULL,"
+    " UNIQUE(key, fold));"
+    "PRAGMA application_id = 1903129187;"
+    "PRAGMA user_version = 1;";
+
+// A database connection belongs to the process that opened it: a child made
+// by fork neither uses nor closes its parent's connections, and opens the
+// store again instead.
+pid_t CurrentProcess();
+
+struct Store {
+  pid_t owner = CurrentProcess();
+  sqlite3* db = nullptr;
+  dev_t device = 0;
+  ino_t inode = 0;
+  C_REGKEY::STORE_KEY* top = nullptr;
+  sqlite3_stmt* statements[kStatementCount] = {};
+  // Key ids by parent id and folded name, as this connection found them.
+  std::unordered_map<std::string, sqlite3_int64> children;
+
+  ~Store() {
+    for (sqlite3_stmt* statement : statements) sqlite3_finalize(statement);
+    sqlite3_close_v2(db);
+  }
+};
+
+}  // namespace qorc::platform::posix
+
+struct C_REGKEY::STORE_KEY {
+  qorc::platform::posix::Store* store;
+  sqlite3_int64 id;
+  unsigned access;
+  std::u16string path;  // from the top of the store, as it was opened
+};
+
+namespace qorc::platform {
+namespace posix {
+
+// The process id, kept up to date in children made by fork (asking the
+// system at every call would cost a system call per operation).
+namespace {
+pid_t g_process = 0;
+void RememberChildProcess() { g_process = getpid(); }
+}  // namespace
+
+pid_t CurrentProcess() {
+  if (g_process == 0) {
+    pthread_atfork(nullptr, nullptr, RememberChildProcess);
+    g_process = getpid();
+  }
+  return g_process;
+}
+
+namespace {
+
+// The stores and handles stay until Cclose; they are never destroyed with
+// the program's statics, so that keys closed by other statics' destructors
+// still find them.
+std::vector<std::unique_ptr<Store>>& Stores() {
+  static auto* stores = new std::vector<std::unique_ptr<Store>>;
+  return *stores;
+}
+
+// Every handle handed out and not yet released: a handle that is not here is
+// refused rather than followed.
+std::unordered_set<const SettingsKey*>& LiveKeys() {
+  static auto* keys = new std::unordered_set<const SettingsKey*>;
+  return *keys;
+}
+
+SettingsKey* NewKey(Store* store, sqlite3_int64 id, unsigned access, const std::u16string& path) {
+  SettingsKey* key = new (std::nothrow) SettingsKey{store, id, access, path};
+  if (key == nullptr) return nullptr;
+  try {
+    LiveKeys().insert(key);
+  } catch (const std::bad_alloc&) {
+    delete key;
+    return nullptr;
+  }
+  return key;
+}
+
+bool IsLive(const SettingsKey* key) {
+  return key != nullptr && LiveKeys().count(key) != 0 && key->store->owner == CurrentProcess();
+}
+
+std::string NameBytes(const std::u16string& name) {
+  std::string bytes(name.size() * 2, '\0');
+  for (std::size_t i = 0; i < name.size(); ++i) {
+    bytes[2 * i] = static_cast<char>(name[i] & 0xFF);
+    bytes[2 * i + 1] = static_cast<char>(name[i] >> 8);
+  }
+  return bytes;
+}
+
+std::string FoldBytes(const std::u16string& name) {
+  std::string bytes(name.size() * 2, '\0');
+  for (std::size_t i = 0; i < name.size(); ++i) {
+    const char16_t upper = CharToUpper(name[i]);
+    bytes[2 * i] = static_cast<char>(upper >> 8);
+    bytes[2 * i + 1] = static_cast<char>(upper & 0xFF);
+  }
+  return bytes;
+}
+
+std::u16string NameFromColumn(sqlite3_stmt* statement, int column) {
+  const unsigned char* bytes = static_cast<const unsigned char*>(sqlite3_column_blob(statement, column));
+  const int size = sqlite3_column_bytes(statement, column);
+  std::u16string name(static_cast<std::size_t>(size / 2), u'\0');
+  for (std::size_t i = 0; i < name.size(); ++i) {
+    name[i] = static_cast<char16_t>(bytes[2 * i] | (bytes[2 * i + 1] << 8));
+  }
+  return name;
+}
+
+void BindBytes(sqlite3_stmt* statement, int index, const std::string& bytes) {
+  sqlite3_bind_blob(statement, index, bytes.data(), static_cast<int>(bytes.size()), SQLITE_TRANSIENT);
+}
+
+// A prepared statement of the store, reset and unbound when the use ends.
+class Use {
+ public:
+  Use(Store* store, Statement which) : statement_(Prepare(store, which)) {}
+  ~Use() {
+    if (statement_ != nullptr) {
+      sqlite3_reset(statement_);
+      sqlite3_clear_bindings(statement_);
+    }
+  }
+  Use(const Use&) = delete;
+  Use& operator=(const Use&) = delete;
+
+  sqlite3_stmt* get() const { return statement_; }
+  explicit operator bool() const { return statement_ != nullptr; }
+
+ private:
+  static sqlite3_stmt* Prepare(Store* store, Statement which) {
+    sqlite3_stmt*& statement = store->statements[which];
+    if (statement == nullptr) {
+      sqlite3_prepare_v3(store->db, kStatementTexts[which], -1, SQLITE_PREPARE_PERSISTENT, &statement, nullptr);
+    }
+    return statement;
+  }
+
+  sqlite3_stmt* statement_;
+};
+
+// One change made of several statements, unless the store is already inside
+// a batch, which then holds it.
+class Transaction {
+ public:
+  explicit Transaction(Store* store, bool needed = true)
+      : store_(store), own_(needed && sqlite3_get_autocommit(store->db) != 0) {
+    if (own_) begun_ = sqlite3_exec(store_->db, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) == SQLITE_OK;
+  }
+  ~Transaction() {
+    if (own_ && begun_) Rollback();
+  }
+  Transaction(const Transaction&) = delete;
+  Transaction& operator=(const Transaction&) = delete;
+
+  bool Begun() const { return !own_ || begun_; }
+  bool Commit() {
+    if (!own_) return true;
+    begun_ = false;
+    if (sqlite3_exec(store_->db, "COMMIT", nullptr, nullptr, nullptr) == SQLITE_OK) return true;
+    Rollback();
+    return false;
+  }
+
+ private:
+  // Key ids found or made inside the change are void with it.
+  void Rollback() {
+    sqlite3_exec(store_->db, "ROLLBACK", nullptr, nullptr, nullptr);
+    store_->children.clear();
+  }
+
+  Store* store_;
+  bool own_;
+  bool begun_ = false;
+};
+
+// The child of `parent` named `name`: Ok with its id, NotFound, or Failed.
+SettingsResult FindChild(Store* store, sqlite3_int64 parent, const std::string& fold, sqlite3_int64* id) {
+  Use find(store, kFindChild);
+  if (!find) return SettingsResult::Failed;
+  sqlite3_bind_int64(find.get(), 1, parent);
+  BindBytes(find.get(), 2, fold);
+  const int rc = sqlite3_step(find.get());
+  if (rc == SQLITE_ROW) {
+    *id = sqlite3_column_int64(find.get(), 0);
+    return SettingsResult::Ok;
+  }
+  return rc == SQLITE_DONE ? SettingsResult::NotFound : SettingsResult::Failed;
+}
+
+SettingsResult InsertKey(Store* store, sqlite3_int64 parent, const std::u16string& name, sqlite3_int64* id) {
+  Use insert(store, kInsertKey);
+  if (!insert) return SettingsResult::Failed;
+  sqlite3_bind_int64(insert.get(), 1, parent);
+  BindBytes(insert.get(), 2, NameBytes(name));
+  BindBytes(insert.get(), 3, FoldBytes(name));
+  if (sqlite3_step(insert.get()) != SQLITE_DONE) return SettingsResult::Failed;
+  *id = sqlite3_last_insert_rowid(store->db);
+  return SettingsResult::Ok;
+}
+
+// Splits a key path at "\"; false when a component is empty or too long.
+bool SplitKeyPath(const std::u16string& path, std::vector<std::u16string>* parts) {
+  if (path.empty()) return true;
+  std::size_t start = 0;
+  for (;;) {
+    const std::size_t end = path.find(u'\\', start);
+    const std::size_t length = (end == std::u16string::npos ? path.size() : end) - start;
+    if (length == 0 || length > kMaxKeyNameLength) return false;
+    parts->push_back(path.substr(start, length));
+    if (end == std::u16string::npos) return true;
+    start = end + 1;
+  }
+}
+
+// Walks (and with `create` makes) the path from `id`. With `remembered`, ids
+// this connection found before are taken without asking the database.
+SettingsResult ResolvePath(Store* store, sqlite3_int64 id, const std::vector<std::u16string>& parts, bool create,
+                           bool remembered, sqlite3_int64* found) {
+  for (const std::u16string& part : parts) {
+    const std::string fold = FoldBytes(part);
+    std::string child_key(reinterpret_cast<const char*>(&id), sizeof id);
+    child_key += fold;
+    if (remembered) {
+      const auto known = store->children.find(child_key);
+      if (known != store->children.end()) {
+        id = known->second;
+        continue;
+      }
+    }
+    sqlite3_int64 child = 0;
+    SettingsResult result = FindChild(store, id, fold, &child);
+    if (result == SettingsResult::NotFound && create) result = InsertKey(store, id, part, &child);
+    if (result != SettingsResult::Ok) return result;
+    store->children[child_key] = child;
+    id = child;
+  }
+  *found = id;
+  return SettingsResult::Ok;
+}
+
+bool KeyExists(Store* store, sqlite3_int64 id) {
+  Use exists(store, kKeyExists);
+  if (!exists) return false;
+  sqlite3_bind_int64(exists.get(), 1, id);
+  return sqlite3_step(exists.get()) == SQLITE_ROW;
+}
+
+// When the key's id no longer names a key, finds its path again; true when
+// the handle now names another id, so that the failed operation is worth
+// repeating.
+bool Refresh(SettingsKey* key) {
+  if (key->id == kTopKeyId || KeyExists(key->store, key->id)) return false;
+  std::vector<std::u16string> parts;
+  sqlite3_int64 id = 0;
+  if (!SplitKeyPath(key->path, &parts) ||
+      ResolvePath(key->store, kTopKeyId, parts, false, false, &id) != SettingsResult::Ok) {
+    return false;
+  }
+  key->id = id;
+  return true;
+}
+
+// The names of the key's subkeys or entries; NotFound when the key is gone.
+SettingsResult ListNames(SettingsKey* key, Statement which, std::vector<std::u16string>* names) {
+  names->clear();
+  Use list(key->store, which);
+  if (!list) return SettingsResult::Failed;
+  sqlite3_bind_int64(list.get(), 1, key->id);
+  int rc;
+  while ((rc = sqlite3_step(list.get())) == SQLITE_ROW) names->push_back(NameFromColumn(list.get(), 0));
+  if (rc != SQLITE_DONE) return SettingsResult::Failed;
+  return !names->empty() || KeyExists(key->store, key->id) ? SettingsResult::Ok : SettingsResult::NotFound;
+}
+
+// Runs the operation, and once more when it failed because the key's id had
+// gone stale.
+template <typename Operation>
+SettingsResult OnFreshKey(SettingsKey* key, Operation operation) {
+  const SettingsResult result = operation();
+  if (result == SettingsResult::Ok || result == SettingsResult::Denied || !Refresh(key)) return result;
+  return operation();
+}
+
+SettingsResult StepToEnd(sqlite3_stmt* statement) {
+  const int rc = sqlite3_step(statement);
+  if (rc == SQLITE_DONE) return SettingsResult::Ok;
+  return rc == SQLITE_READONLY ? SettingsResult::Denied : SettingsResult::Failed;
+}
+
+// Reads one integer pragma; false when the file is no database at all.
+bool ReadPragma(sqlite3* db, const char* sql, long long* value) {
+  sqlite3_stmt* statement = nullptr;
+  bool ok = sqlite3_prepare_v2(db, sql, -1, &statement, nullptr) == SQLITE_OK && sqlite3_step(statement) == SQLITE_ROW;
+  if (ok) *value = sqlite3_column_int64(statement, 0);
+  sqlite3_finalize(statement);
+  return ok;
+}
+
+// Whether the database is a settings store, making it one when it is empty.
+bool PrepareSchema(sqlite3* db, bool writable) {
+  long long applicationId = 0, version = 0, objects = 0;
+  if (!ReadPragma(db, "PRAGMA application_id", &applicationId)) return false;
+  if (applicationId == kStoreApplicationId) {
+    return ReadPragma(db, "PRAGMA user_version", &version) && version == kStoreSchemaVersion;
+  }
+  if (applicationId != 0 || !writable) return false;
+  if (sqlite3_exec(db, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) != SQLITE_OK) return false;
+  // Another process may have made it a store while this one waited.
+  bool ok = ReadPragma(db, "PRAGMA application_id", &applicationId) &&
+            ReadPragma(db, "SELECT count(*) FROM sqlite_schema", &objects);
+  if (ok && applicationId == 0 && objects == 0) {
+    ok = sqlite3_exec(db, kSchema, nullptr, nullptr, nullptr) == SQLITE_OK;
+  } else {
+    ok = ok && applicationId == kStoreApplicationId;
+  }
+  if (ok) ok = sqlite3_exec(db, "COMMIT", nullptr, nullptr, nullptr) == SQLITE_OK;
+  if (!ok) sqlite3_exec(db, "ROLLBACK", nullptr, nullptr, nullptr);
+  return ok;
+}
+
+bool CreateParentDirectories(const std::string& file) {
+  for (std::size_t slash = file.find('/', 1); slash != std::string::npos; slash = file.find('/', slash + 1)) {
+    const std::string directory = file.substr(0, slash);
+    if (mkdir(directory.c_str(), 0700) != 0 && errno != EEXIST) return false;
+  }
+  return true;
+}
+
+Store* FindStore(dev_t device, ino_t inode) {
+  for (const std::unique_ptr<Store>& store : Stores()) {
+    if (store->device == device && store->inode == inode && store->owner == CurrentProcess()) return store.get();
+  }
+  return nullptr;
+}
+
+std::unique_ptr<Store> OpenDatabase(const std::string& file) {
+  struct stat status;
+  const bool exists = stat(file.c_str(), &status) == 0;
+  // Without write permission the store is read-only for every user, root
+  // included, as the library treats read-only files everywhere; a store this
+  // user may not write (another user's) is opened for reading too.
+  const bool writable =
+      !exists || ((status.st_mode & (S_IWUSR | S_IWGRP | S_IWOTH)) != 0 && access(file.c_str(), W_OK) == 0);
+  if (!exists && !CreateParentDirectories(file)) return nullptr;
+
+  std::unique_ptr<Store> store(new Store);
+  const int flags =
+      (writable ? SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE : SQLITE_OPEN_READONLY) | SQLITE_OPEN_NOFOLLOW;
+  if (sqlite3_open_v2(file.c_str(), &store->db, flags, nullptr) != SQLITE_OK) return nullptr;
+  sqlite3_extended_result_codes(store->db, 1);
+  sqlite3_busy_timeout(store->db, kBusyTimeoutMs);
+  if (sqlite3_exec(store->db, "PRAGMA foreign_keys = ON", nullptr, nullptr, nullptr) != SQLITE_OK) return nullptr;
+  if (writable) {
+    sqlite3_stmt* journal = nullptr;
+    bool wal = sqlite3_prepare_v2(store->db, "PRAGMA journal_mode = WAL", -1, &journal, nullptr) == SQLITE_OK &&
+               sqlite3_step(journal) == SQLITE_ROW &&
+               sqlite3_strnicmp(reinterpret_cast<const char*>(sqlite3_column_text(journal, 0)), "wal", 3) == 0;
+    sqlite3_finalize(journal);
+    if (!wal) return nullptr;
+    if (sqlite3_exec(store->db, "PRAGMA synchronous = NORMAL", nullptr, nullptr, nullptr) != SQLITE_OK) {
+      return nullptr;
+    }
+  }
+  if (!PrepareSchema(store->db, writable)) return nullptr;
+  if (stat(file.c_str(), &status) != 0) return nullptr;
+  store->device = status.st_dev;
+  store->inode = status.st_ino;
+  return store;
+}
+
+}  // namespace
+}  // namespace posix
+
+SettingsKey* OpenSettingsStore(const char16_t* path) {
+  using namespace posix;
+  try {
+    const std::string file = NativePath(path);
+    if (file.empty()) return nullptr;
+    struct stat status;
+    if (stat(file.c_str(), &status) == 0) {
+      if (Store* known = FindStore(status.st_dev, status.st_ino)) return known->top;
+    }
+    std::unique_ptr<Store> store = OpenDatabase(file);
+    if (store == nullptr) return nullptr;
+    if (Store* known = FindStore(store->device, store->inode)) return known->top;
+    store->top = NewKey(store.get(), kTopKeyId,
+                        kSettingsQuery | kSettingsSet | kSettingsCreateSubkey | kSettingsEnumerate, std::u16string());
+    if (store->top == nullptr) return nullptr;
+    Stores().push_back(std::move(store));
+    return Stores().back()->top;
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
+
+void CloseAllSettingsStores() {
+  using namespace posix;
+  for (const SettingsKey* key : LiveKeys()) delete key;
+  LiveKeys().clear();
+  for (std::unique_ptr<Store>& store : Stores()) {
+    if (store->owner != CurrentProcess()) store.release();
+  }
+  Stores().clear();
+}
+
+SettingsResult OpenSettingsKey(SettingsKey* parent, const std::u16string& path, unsigned access, bool create,
+                               SettingsKey** key) {
+  using namespace posix;
+  *key = nullptr;
+  if (!IsLive(parent)) return SettingsResult::Failed;
+  try {
+    std::vector<std::u16string> parts;
+    if (!SplitKeyPath(path, &parts)) return SettingsResult::NotFound;
+    Store* store = parent->store;
+    sqlite3_int64 id = 0;
+    // Opening trusts the ids found before; creating asks the database, which
+    // makes what is missing.
+    const SettingsResult result = OnFreshKey(parent, [&] {
+      Transaction change(store, create);
+      if (!change.Begun()) return SettingsResult::Failed;
+      const SettingsResult resolved = ResolvePath(store, parent->id, parts, create, !create, &id);
+      if (resolved != SettingsResult::Ok) return resolved;
+      return change.Commit() ? SettingsResult::Ok : SettingsResult::Failed;
+    });
+    if (result != SettingsResult::Ok) return result;
+    const std::u16string full =
+        parent->path.empty() || path.empty() ? parent->path + path : parent->path + u'\\' + path;
+    *key = NewKey(store, id, access, full);
+    return *key != nullptr ? SettingsResult::Ok : SettingsResult::Failed;
+  } catch (const std::bad_alloc&) {
+    return SettingsResult::Failed;
+  }
+}
+
+bool CloseSettingsKey(SettingsKey* key) {
+  using namespace posix;
+  if (!IsLive(key)) return false;
+  if (key == key->store->top) return true;
+  LiveKeys().erase(key);
+  delete key;
+  return true;
+}
+
+SettingsResult QuerySettingsEntry(SettingsKey* key, const std::u16string& name, unsigned* type,
+                                  std::vector<unsigned char>* data) {
+  using namespace posix;
+  if (!IsLive(key)) return SettingsResult::Failed;
+  if ((key->access & kSettingsQuery) == 0) return SettingsResult::Denied;
+  try {
+    const std::string fold = FoldBytes(name);
+    return OnFreshKey(key, [&] {
+      Use query(key->store, kQueryEntry);
+      if (!query) return SettingsResult::Failed;
+      sqlite3_bind_int64(query.get(), 1, key->id);
+      BindBytes(query.get(), 2, fold);
+      const int rc = sqlite3_step(query.get());
+      if (rc == SQLITE_DONE) return SettingsResult::NotFound;
+      if (rc != SQLITE_ROW) return SettingsResult::Failed;
+      *type = static_cast<unsigned>(sqlite3_column_int64(query.get(), 0));
+      const unsigned char* bytes = static_cast<const unsigned char*>(sqlite3_column_blob(query.get(), 1));
+      const int size = sqlite3_column_bytes(query.get(), 1);
+      data->assign(bytes, bytes + (bytes != nullptr ? size : 0));
+      return SettingsResult::Ok;
+    });
+  } catch (const std::bad_alloc&) {
+    return SettingsResult::Failed;
+  }
+}
+
+SettingsResult SetSettingsEntry(SettingsKey* key, const std::u16string& name, unsigned type, const unsigned char* data,
+                                std::size_t size) {
+  using namespace posix;
+  static const unsigned char kNoData = 0;
+  if (!IsLive(key)) return SettingsResult::Failed;
+  if ((key->access & kSettingsSet) == 0) return SettingsResult::Denied;
+  try {
+    const std::string bytes = NameBytes(name), fold = FoldBytes(name);
+    return OnFreshKey(key, [&] {
+      Use upsert(key->store, kUpsertEntry);
+      if (!upsert) return SettingsResult::Failed;
+      sqlite3_bind_int64(upsert.get(), 1, key->id);
+      BindBytes(upsert.get(), 2, bytes);
+      BindBytes(upsert.get(), 3, fold);
+      sqlite3_bind_int64(upsert.get(), 4, type);
+      sqlite3_bind_blob(upsert.get(), 5, size != 0 ? data : &kNoData, static_cast<int>(size), SQLITE_STATIC);
+      return StepToEnd(upsert.get());
+    });
+  } catch (const std::bad_alloc&) {
+    return SettingsResult::Failed;
+  }
+}
+
+SettingsResult DeleteSettingsEntry(SettingsKey* key, const std::u16string& name) {
+  using namespace posix;
+  if (!IsLive(key)) return SettingsResult::Failed;
+  if ((key->access & kSettingsSet) == 0) return SettingsResult::Denied;
+  try {
+    const std::string fold = FoldBytes(name);
+    return OnFreshKey(key, [&] {
+      Use erase(key->store, kDeleteEntry);
+      if (!erase) return SettingsResult::Failed;
+      sqlite3_bind_int64(erase.get(), 1, key->id);
+      BindBytes(erase.get(), 2, fold);
+      const SettingsResult result = StepToEnd(erase.get());
+      if (result != SettingsResult::Ok) return result;
+      return sqlite3_changes(key->store->db) > 0 ? SettingsResult::Ok : SettingsResult::NotFound;
+    });
+  } catch (const std::bad_alloc&) {
+    return SettingsResult::Failed;
+  }
+}
+
+namespace {
+
+// Deletes the key `id` (its entries and, by cascade, its subkeys go with it).
+SettingsResult DeleteKeyRow(posix::Store* store, sqlite3_int64 id) {
+  posix::Use erase(store, posix::kDeleteKey);
+  if (!erase) return SettingsResult::Failed;
+  sqlite3_bind_int64(erase.get(), 1, id);
+  return posix::StepToEnd(erase.get());
+}
+
+}  // namespace
+
+SettingsResult DeleteSettingsSubkey(SettingsKey* key, const std::u16string& name) {
+  using namespace posix;
+  if (!IsLive(key)) return SettingsResult::Failed;
+  try {
+    std::vector<std::u16string> parts;
+    if (!SplitKeyPath(name, &parts) || parts.empty()) return SettingsResult::NotFound;
+    Store* store = key->store;
+    return OnFreshKey(key, [&] {
+      Transaction change(store);
+      if (!change.Begun()) return SettingsResult::Failed;
+      sqlite3_int64 id = 0;
+      SettingsResult result = ResolvePath(store, key->id, parts, false, false, &id);
+      if (result != SettingsResult::Ok) return result;
+      {
+        Use children(store, kHasChildren);
+        if (!children) return SettingsResult::Failed;
+        sqlite3_bind_int64(children.get(), 1, id);
+        const int rc = sqlite3_step(children.get());
+        if (rc == SQLITE_ROW) return SettingsResult::Denied;
+        if (rc != SQLITE_DONE) return SettingsResult::Failed;
+      }
+      result = DeleteKeyRow(store, id);
+      if (result != SettingsResult::Ok) return result;
+      store->children.clear();
+      return change.Commit() ? SettingsResult::Ok : SettingsResult::Failed;
+    });
+  } catch (const std::bad_alloc&) {
+    return SettingsResult::Failed;
+  }
+}
+
+SettingsResult DeleteSettingsTree(SettingsKey* key, const std::u16string& path) {
+  using namespace posix;
+  if (!IsLive(key)) return SettingsResult::Failed;
+  try {
+    std::vector<std::u16string> parts;
+    if (!SplitKeyPath(path, &parts) || parts.empty()) return SettingsResult::NotFound;
+    Store* store = key->store;
+    Refresh(key);
+    if (!KeyExists(store, key->id)) return SettingsResult::NotFound;
+    Transaction change(store);
+    if (!change.Begun()) return SettingsResult::Failed;
+    sqlite3_int64 id = 0;
+    SettingsResult result = ResolvePath(store, key->id, parts, false, false, &id);
+    if (result == SettingsResult::NotFound) return SettingsResult::Ok;
+    if (result == SettingsResult::Ok) result = DeleteKeyRow(store, id);
+    if (result != SettingsResult::Ok) return result;
+    store->children.clear();
+    return change.Commit() ? SettingsResult::Ok : SettingsResult::Failed;
+  } catch (const std::bad_alloc&) {
+    return SettingsResult::Failed;
+  }
+}
+
+SettingsResult ListSettingsSubkeys(SettingsKey* key, std::vector<std::u16string>* names) {
+  using namespace posix;
+  if (!IsLive(key)) return SettingsResult::Failed;
+  if ((key->access & kSettingsEnumerate) == 0) return SettingsResult::Denied;
+  try {
+    return OnFreshKey(key, [&] { return ListNames(key, kListSubkeys, names); });
+  } catch (const std::bad_alloc&) {
+    return SettingsResult::Failed;
+  }
+}
+
+SettingsResult ListSettingsEntries(SettingsKey* key, std::vector<std::u16string>* names) {
+  using namespace posix;
+  if (!IsLive(key)) return SettingsResult::Failed;
+  if ((key->access & kSettingsQuery) == 0) return SettingsResult::Denied;
+  try {
+    return OnFreshKey(key, [&] { return ListNames(key, kListEntries, names); });
+  } catch (const std::bad_alloc&) {
+    return SettingsResult::Failed;
+  }
+}
+
+bool BeginSettingsBatch(SettingsKey* key) {
+  return posix::IsLive(key) && sqlite3_get_autocommit(key->store->db) != 0 &&
+         sqlite3_exec(key->store->db, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) == SQLITE_OK;
+}
+
+bool CommitSettingsBatch(SettingsKey* key) {
+  if (!posix::IsLive(key)) return false;
+  if (sqlite3_exec(key->store->db, "COMMIT", nullptr, nullptr, nullptr) == SQLITE_OK) return true;
+  AbandonSettingsBatch(key);
+  return false;
+}
+
+void AbandonSettingsBatch(SettingsKey* key) {
+  if (posix::IsLive(key) && sqlite3_get_autocommit(key->store->db) == 0) {
+    sqlite3_exec(key->store->db, "ROLLBACK", nullptr, nullptr, nullptr);
+    key->store->children.clear();
+  }
+}
+
+std::u16string SettingsKeyPath(const SettingsKey* key) {
+  using namespace posix;
+  std::u16string path;
+  if (!IsLive(key)) return path;
+  try {
+    sqlite3_int64 id = key->id;
+    while (id != kTopKeyId) {
+      Use parent(key->store, kKeyParent);
+      if (!parent) break;
+      sqlite3_bind_int64(parent.get(), 1, id);
+      if (sqlite3_step(parent.get()) != SQLITE_ROW) break;
+      const std::u16string name = NameFromColumn(parent.get(), 1);
+      path = path.empty() ? name : name + u'\\' + path;
+      id = sqlite3_column_int64(parent.get(), 0);
+    }
+  } catch (const std::bad_alloc&) {
+    path.clear();
+  }
+  return path;
+}
+
+bool SameSettingsStore(const SettingsKey* a, const SettingsKey* b) {
+  return posix::IsLive(a) && posix::IsLive(b) && a->store == b->store;
+}
+
+std::u16string UserSettingsStorePath() {
+  const char* config = std::getenv("XDG_CONFIG_HOME");
+  std::string base;
+  if (config != nullptr && config[0] == '/') {
+    base = config;
+  } else {
+    const char* home = std::getenv("HOME");
+    if (home == nullptr || home[0] == '\0') return std::u16string();
+    base = std::string(home) + "/.config";
+  }
+  return posix::LibraryPath(base + "/qorc/settings.sqlite");
+}
+
+std::u16string MachineSettingsStorePath() { return posix::LibraryPath("/var/lib/qorc/settings.sqlite"); }
+
+}  // namespace qorc::platform

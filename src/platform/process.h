@@ -1,0 +1,37 @@
+// The seam's facts about processes: who the calling process is (machine,
+// user, process id), whether another process of this machine is still
+// running for a given user, and the executable search path.
+#ifndef QORC_PLATFORM_PROCESS_H
+#define QORC_PLATFORM_PROCESS_H
+
+#include <string>
+
+namespace qorc::platform {
+
+// The machine's name. False when there is none.
+bool ComputerName(std::u16string* out);
+// The login name of the user the process acts for (its effective user).
+// False when that user has no name.
+bool UserName(std::u16string* out);
+unsigned long CurrentProcessId();
+
+enum class ProcessState {
+  // Running (not a zombie) and acting for the named user.
+  Alive,
+  // No such process, a zombie, or one acting for another user.
+  Gone,
+  // Cannot be told here.
+  Unknown
+};
+// What has become of the process `id` of this machine that was started by
+// the user named `user`.
+ProcessState ProcessOfUser(unsigned long id, const std::u16string& user);
+
+// The executable search path as the ";"-separated list of directories in
+// library form that the executable scan expects ("PATH", whose ":"
+// separators become ";"). False when the variable is not set.
+bool ExecutableSearchPath(std::u16string* out);
+
+}  // namespace qorc::platform
+
+#endif

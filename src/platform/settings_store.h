@@ -1,0 +1,72 @@
+// The seam's settings store: hierarchical keys holding typed entries, kept in
+// store files that several processes may use at once. Names are UTF-16, kept
+// with their case and compared without it (each unit upper-cased). Subkeys
+// come in the order of their names so compared; entries in the order they
+// were first stored. A write is all or nothing: a process that dies while
+// writing leaves what was stored before it intact.
+#ifndef QORC_PLATFORM_SETTINGS_STORE_H
+#define QORC_PLATFORM_SETTINGS_STORE_H
+
+#include <qorc/regkey.h>
+
+#include <string>
+#include <vector>
+
+namespace qorc::platform {
+
+using SettingsKey = C_REGKEY::STORE_KEY;
+
+// Access rights of a key handle, with their Windows numbers.
+constexpr unsigned kSettingsQuery = 0x0001;
+constexpr unsigned kSettingsSet = 0x0002;
+constexpr unsigned kSettingsCreateSubkey = 0x0004;
+constexpr unsigned kSettingsEnumerate = 0x0008;
+
+enum class SettingsResult { Ok, NotFound, Denied, Failed };
+
+// Opens or creates the store file (library path, expanded) and returns its
+// top key, which has every right and lives until CloseAllSettingsStores. A
+// file opened a second time gives the same top key. Null on failure. A file
+// without write permission is opened for reading only, for every user.
+SettingsKey* OpenSettingsStore(const char16_t* path);
+// Closes every store and every handle still open on them.
+void CloseAllSettingsStores();
+
+// Opens (with `create`, creates as needed) the key at the "\"-separated path
+// under `parent`; an empty path opens `parent` itself again.
+SettingsResult OpenSettingsKey(SettingsKey* parent, const std::u16string& path, unsigned access, bool create,
+                               SettingsKey** key);
+// Releases a handle; the top key of a store stays open.
+bool CloseSettingsKey(SettingsKey* key);
+
+SettingsResult QuerySettingsEntry(SettingsKey* key, const std::u16string& name, unsigned* type,
+                                  std::vector<unsigned char>* data);
+SettingsResult SetSettingsEntry(SettingsKey* key, const std::u16string& name, unsigned type, const unsigned char* data,
+                                std::size_t size);
+SettingsResult DeleteSettingsEntry(SettingsKey* key, const std::u16string& name);
+// Deletes a subkey with its entries; Denied when it has subkeys of its own.
+SettingsResult DeleteSettingsSubkey(SettingsKey* key, const std::u16string& name);
+// Deletes the key at the path under `key` with everything under it; Ok when
+// there is none.
+SettingsResult DeleteSettingsTree(SettingsKey* key, const std::u16string& path);
+SettingsResult ListSettingsSubkeys(SettingsKey* key, std::vector<std::u16string>* names);
+SettingsResult ListSettingsEntries(SettingsKey* key, std::vector<std::u16string>* names);
+
+// Gathers the writes that follow into one change of the key's store, stored
+// by CommitSettingsBatch or dropped by AbandonSettingsBatch.
+bool BeginSettingsBatch(SettingsKey* key);
+bool CommitSettingsBatch(SettingsKey* key);
+void AbandonSettingsBatch(SettingsKey* key);
+
+// The key's path from the top of its store ("\"-separated, empty for the top).
+std::u16string SettingsKeyPath(const SettingsKey* key);
+// Whether two keys belong to the same store.
+bool SameSettingsStore(const SettingsKey* a, const SettingsKey* b);
+
+// The conventional store files, in library form; empty when no home is known.
+std::u16string UserSettingsStorePath();
+std::u16string MachineSettingsStorePath();
+
+}  // namespace qorc::platform
+
+#endif
