@@ -28,6 +28,30 @@ bool RsaKeygen(int bits, const std::string& prefix, unsigned int seed, bool repl
 bool RsaEncrypt(const std::string& key, const std::string& in, const std::string& out, bool raw, bool replace);
 bool RsaDecrypt(const std::string& key, const std::string& in, const std::string& out, bool raw, bool replace);
 
+// Lock files: the lockers of a document, and the removal of the entries of
+// this machine's processes that are gone.
+bool LockStatus(const std::string& document);
+bool LockClearStale(const std::string& document, bool yes);
+
+// Settings: a store file given by path, or the conventional user or machine store.
+struct RegStore {
+  std::string path;
+  bool machine = false;
+};
+bool RegList(const RegStore& store, const std::string& key);
+bool RegGet(const RegStore& store, const std::string& key, const std::string& entry);
+bool RegExport(const RegStore& store, const std::string& key, const std::string& file);
+bool RegImport(const RegStore& store, const std::string& file);
+
+// Compound documents: the stream "Contents" that the library's files use.
+bool StorageGet(const std::string& document, const std::string& out, bool replace);
+bool StoragePut(const std::string& document, const std::string& in);
+
+// Serial lines. lines < 0: until interrupted.
+bool SerialPorts();
+bool SerialRead(const std::string& port, unsigned int baud, long long lines);
+bool SerialSend(const std::string& port, unsigned int baud, const std::string& text);
+
 }  // namespace qor
 
 #endif

@@ -117,6 +117,59 @@ int Run(int argc, char** argv) {
     command->footer(kRsaWarning);
   }
 
+  bool yes = false;
+  CLI::App* lock = app.add_subcommand("lock", "Lock files of documents: who holds them, and stale entries");
+  lock->require_subcommand(1);
+  CLI::App* lockStatus = lock->add_subcommand("status", "List the lockers of DOC, and whether their processes run");
+  CLI::App* lockClear =
+      lock->add_subcommand("clear-stale", "Remove the entries of this machine's processes that are gone");
+  for (CLI::App* command : {lockStatus, lockClear}) command->add_option("DOC", file, "Document")->required();
+  lockClear->add_flag("-y,--yes", yes, "Do not ask before removing");
+
+  qor::RegStore store;
+  std::string regKey;
+  std::string entry;
+  CLI::App* reg = app.add_subcommand("reg", "Settings keys: list, read, export and import (.reg files)");
+  reg->require_subcommand(1);
+  reg->add_option("--store", store.path, "Settings store file (default: the user's conventional store)");
+  reg->add_flag("--machine", store.machine, "The machine's conventional store instead of the user's");
+  CLI::App* regList = reg->add_subcommand("list", "List the subkeys (ending in \\) and the entries of KEY");
+  CLI::App* regGet = reg->add_subcommand("get", "Print an entry of KEY as a .reg file shows it");
+  CLI::App* regExport = reg->add_subcommand("export", "Write KEY and everything under it to a .reg file");
+  CLI::App* regImport = reg->add_subcommand("import", "Store the keys and entries of a .reg file");
+  for (CLI::App* command : {regList, regGet, regExport}) {
+    command->add_option("KEY", regKey, "Key path, with \\ or /")->required();
+  }
+  regGet->add_option("ENTRY", entry, "Entry name (empty: the default entry)")->required();
+  regExport->add_option("FILE", file, "The .reg file to write")->required();
+  regImport->add_option("FILE", file, "The .reg file to read")->required();
+
+  CLI::App* storage = app.add_subcommand("storage", "Compound documents: the Contents stream of the library's files");
+  storage->require_subcommand(1);
+  CLI::App* storageGet = storage->add_subcommand("get", "Copy the Contents stream of DOC to OUT");
+  storageGet->add_option("DOC", file, "Compound document")->required();
+  storageGet->add_option("OUT", out, "File to write (- for standard output)")->required();
+  AddForce(storageGet, &replace);
+  CLI::App* storagePut = storage->add_subcommand("put", "Store IN as the Contents stream of DOC (made if missing)");
+  storagePut->add_option("DOC", file, "Compound document")->required();
+  storagePut->add_option("IN", in, "File to store (- for standard input)")->required();
+
+  unsigned int baud = 9600;
+  long long lines = -1;
+  std::string port;
+  std::string text;
+  CLI::App* serial = app.add_subcommand("serial", "Serial lines: ports, reading lines, sending text");
+  serial->require_subcommand(1);
+  CLI::App* serialPorts = serial->add_subcommand("ports", "List the serial ports that can be opened now");
+  CLI::App* serialRead = serial->add_subcommand("read", "Print the lines an instrument sends, until interrupted");
+  CLI::App* serialSend = serial->add_subcommand("send", "Send TEXT (no line end is added)");
+  for (CLI::App* command : {serialRead, serialSend}) {
+    command->add_option("PORT", port, "COMn or a device path")->required();
+    command->add_option("--baud", baud, "Bits per second")->capture_default_str()->check(CLI::PositiveNumber);
+  }
+  serialRead->add_option("--lines", lines, "Stop after this many lines")->check(CLI::PositiveNumber);
+  serialSend->add_option("TEXT", text, "Text to send")->required();
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
@@ -126,6 +179,7 @@ int Run(int argc, char** argv) {
     return qor::kExitUsage;
   }
   if (!quiet) qor::InstallProgressDisplay();
+  qor::InstallReportHandler();
   if (files.empty()) files.push_back("-");
 
   if (*check) return qor::Check(files);
@@ -141,6 +195,17 @@ int Run(int argc, char** argv) {
   if (*keygen) done = qor::RsaKeygen(bits, prefix, seed, replace);
   if (*encrypt) done = qor::RsaEncrypt(key, in, out, raw, replace);
   if (*decrypt) done = qor::RsaDecrypt(key, in, out, raw, replace);
+  if (*lockStatus) done = qor::LockStatus(file);
+  if (*lockClear) done = qor::LockClearStale(file, yes);
+  if (*regList) done = qor::RegList(store, regKey);
+  if (*regGet) done = qor::RegGet(store, regKey, entry);
+  if (*regExport) done = qor::RegExport(store, regKey, file);
+  if (*regImport) done = qor::RegImport(store, file);
+  if (*storageGet) done = qor::StorageGet(file, out, replace);
+  if (*storagePut) done = qor::StoragePut(file, in);
+  if (*serialPorts) done = qor::SerialPorts();
+  if (*serialRead) done = qor::SerialRead(port, baud, lines);
+  if (*serialSend) done = qor::SerialSend(port, baud, text);
   return done ? qor::kExitSuccess : qor::ReportPendingFailure();
 }
 

@@ -140,10 +140,33 @@ void AddContextToPending(const std::string& context) {
   C_ERROR::SetPendingExtra(text);
 }
 
+namespace {
+
+int reportedFailures = 0;
+
+void PrintReport(const C_STRING& key, const C_STRING& text) {
+  std::string sentence = Utf8(key);
+  if (sentence.compare(0, sizeof kKeyPrefix - 1, kKeyPrefix) == 0) sentence.erase(0, sizeof kKeyPrefix - 1);
+  const std::string extra = SystemPath(Utf8(text));
+  if (extra.empty()) {
+    std::fprintf(stderr, "qor: %s\n", sentence.c_str());
+  } else {
+    std::fprintf(stderr, "qor: %s: %s\n", sentence.c_str(), extra.c_str());
+  }
+  ++reportedFailures;
+}
+
+}  // namespace
+
+void InstallReportHandler() { C_ERROR::SetReportHandler(PrintReport); }
+
+int ReportedFailures() { return reportedFailures; }
+
 int ReportPendingFailure() {
   const C_ERROR* pending = C_ERROR::GetPending();
   if (pending == nullptr) {
-    std::fprintf(stderr, "qor: the operation failed\n");
+    // Already printed by the report handler, or nothing to say.
+    if (reportedFailures == 0) std::fprintf(stderr, "qor: the operation failed\n");
     return kExitFailure;
   }
   C_ERROR::Hide(true);

@@ -33,6 +33,11 @@ void AddContextToPending(const std::string& context);
 // Prints the pending error as "qor: SENTENCE: EXTRA" on standard error,
 // clears it and gives the exit code of a failure.
 int ReportPendingFailure();
+// Operations that hand their failures to the report handler (lock files)
+// are reported by the tool's handler, installed by this, which prints them
+// as above and counts them.
+void InstallReportHandler();
+int ReportedFailures();
 
 // The progress display: C_PROGRESS handlers drawing a bar on standard error,
 // installed only when standard error is a terminal. The bar appears once the
