@@ -20,7 +20,8 @@ TEST_F(CommandLineTest, HelpAndVersionSucceed) {
   const QorResult help = RunQor(dir, {"--help"});
   EXPECT_EQ(help.status, 0);
   EXPECT_EQ(help.out.rfind("Works with the files and services of the qorc library.\nUsage: ", 0), 0u) << help.out;
-  for (const char* command : {"pack", "unpack", "cat", "check", "info", "shield", "unshield", "crc", "adler", "rsa"}) {
+  for (const char* command : {"pack", "unpack", "cat", "check", "info", "shield", "unshield", "crc", "adler", "lock",
+                              "reg", "storage", "serial", "rsa"}) {
     EXPECT_NE(help.out.find(std::string("\n  ") + command + " "), std::string::npos) << command;
   }
   const QorResult cat = RunQor(dir, {"cat", "--help"});
@@ -50,6 +51,9 @@ TEST_F(CommandLineTest, UsageErrorsGiveOneLineAndExitCodeTwo) {
       {"rsa"},
       {"rsa", "keygen", "4"},
       {"check"},
+      {"lock", "status"},
+      {"reg", "get", "Software"},
+      {"serial", "read", "COM1", "--baud", "0"},
   };
   for (const auto& args : mistakes) {
     std::string line;

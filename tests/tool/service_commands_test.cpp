@@ -4,9 +4,13 @@
 #include <gtest/gtest.h>
 #include <qorc/qorc.h>
 #include <qorc/regkey.h>
+#include <qorc/storage.h>
 #include <signal.h>
 
+#include <algorithm>
+#include <cstring>
 #include <memory>
+#include <sstream>
 
 #include "support/instrument.h"
 #include "tool/qor_runner.h"
@@ -142,6 +146,55 @@ TEST_F(ServiceCommandsTest, StoragePutIsReadByOlefileAndGetGivesItBack) {
   const QorResult notDocument = RunQor(dir, {"storage", "get", dir.File("data"), "-"});
   EXPECT_EQ(notDocument.status, 1);
   EXPECT_EQ(notDocument.err, "qor: Unable to open file: " + dir.File("data") + "\n");
+}
+
+TEST_F(ServiceCommandsTest, StorageListAgreesWithOlefile) {
+  const std::string document = dir.File("parts.cfb");
+  {
+    // Streams in the document and in storages of it, made by the library.
+    IStorage* root = IStorage::Open(Library(document), true);
+    ASSERT_NE(root, nullptr);
+    for (const char* name : {"Beta", "alpha", "Gamma"}) {
+      IStorage* part = root->OpenStorage(Library(name), true);
+      ASSERT_NE(part, nullptr);
+      {
+        C_FILE contents(part, C_FILE::UPDATE);
+        contents.Write(static_cast<int>(std::strlen(name)), name);
+      }
+      part->Release();
+    }
+    {
+      C_FILE contents(root, C_FILE::UPDATE);
+      contents.Write(3, "top");
+    }
+    ASSERT_TRUE(root->Commit(IStorage::COMMIT_DEFAULT));
+    root->Release();
+  }
+  ASSERT_FALSE(C_ERROR::Is());
+  const QorResult list = RunQor(dir, {"storage", "list", document});
+  EXPECT_EQ(list.status, 0) << list.err;
+  // olefile's view of the same document, in the same form.
+  const std::string script =
+      "import olefile; o = olefile.OleFileIO(\"" + document +
+      "\"); [print(\"/\".join(p) + (\"/\" if o.get_type(p) == 1 else \"  %d bytes\" % o.get_size(p)))"
+      " for p in o.listdir(streams=True, storages=True)]";
+  const std::string olefileOut = dir.File("olefile.out");
+  ASSERT_EQ(std::system(("/usr/bin/python3 -c '" + script + "' | sort >" + olefileOut).c_str()), 0);
+  const std::string theirs = ReadWholeFile(olefileOut);
+  EXPECT_NE(theirs.find("alpha/Contents  5 bytes\n"), std::string::npos) << theirs;
+  // The same entries; qor keeps the directory's order, olefile's are sorted here.
+  std::istringstream lines(list.out);
+  std::vector<std::string> entries;
+  for (std::string line; std::getline(lines, line);) entries.push_back(line + "\n");
+  std::sort(entries.begin(), entries.end());
+  std::string ours;
+  for (const std::string& line : entries) ours += line;
+  EXPECT_EQ(ours, theirs);
+  EXPECT_NE(list.out.find("alpha/\n"), std::string::npos) << list.out;
+  const QorResult notDocument = RunQor(dir, {"storage", "list", dir.File("olefile.out")});
+  EXPECT_EQ(notDocument.status, 1);
+  EXPECT_EQ(notDocument.err,
+            "qor: File contains invalid encoding: " + dir.File("olefile.out") + " is not a sound compound document\n");
 }
 
 TEST_F(ServiceCommandsTest, SerialReadAndSendTalkToTheInstrument) {

@@ -44,6 +44,7 @@ bool RegExport(const RegStore& store, const std::string& key, const std::string&
 bool RegImport(const RegStore& store, const std::string& file);
 
 // Compound documents: the stream "Contents" that the library's files use.
+bool StorageList(const std::string& document);
 bool StorageGet(const std::string& document, const std::string& out, bool replace);
 bool StoragePut(const std::string& document, const std::string& in);
 

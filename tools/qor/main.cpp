@@ -144,8 +144,11 @@ int Run(int argc, char** argv) {
   regExport->add_option("FILE", file, "The .reg file to write")->required();
   regImport->add_option("FILE", file, "The .reg file to read")->required();
 
-  CLI::App* storage = app.add_subcommand("storage", "Compound documents: the Contents stream of the library's files");
+  CLI::App* storage = app.add_subcommand(
+      "storage", "Compound documents: their streams, and the Contents stream of the library's files");
   storage->require_subcommand(1);
+  CLI::App* storageList = storage->add_subcommand("list", "List the storages (ending in /) and streams of DOC");
+  storageList->add_option("DOC", file, "Compound document")->required();
   CLI::App* storageGet = storage->add_subcommand("get", "Copy the Contents stream of DOC to OUT");
   storageGet->add_option("DOC", file, "Compound document")->required();
   storageGet->add_option("OUT", out, "File to write (- for standard output)")->required();
@@ -201,6 +204,7 @@ int Run(int argc, char** argv) {
   if (*regGet) done = qor::RegGet(store, regKey, entry);
   if (*regExport) done = qor::RegExport(store, regKey, file);
   if (*regImport) done = qor::RegImport(store, file);
+  if (*storageList) done = qor::StorageList(file);
   if (*storageGet) done = qor::StorageGet(file, out, replace);
   if (*storagePut) done = qor::StoragePut(file, in);
   if (*serialPorts) done = qor::SerialPorts();

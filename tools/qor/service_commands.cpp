@@ -1,7 +1,9 @@
 // lock, reg, storage and serial: the library's lock files, settings stores,
 // compound documents and serial lines.
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 
 #include "commands.h"
@@ -197,6 +199,137 @@ bool RegImport(const RegStore& store, const std::string& file) {
 }
 
 // Compound documents ----------------------------------------------------------------------
+
+namespace {
+
+// The directory of a compound document, read as plain bytes as any reader of
+// the format can: the library's storages open children by name but do not
+// list them. Layout: a 512-byte header (signature, sector size, the first
+// 109 sectors of the allocation table and the chain of the rest), the
+// allocation table chaining sectors, and directory entries of 128 bytes
+// (UTF-16 name, type, left and right siblings, first child, size) forming a
+// tree from the root entry.
+struct CompoundEntry {
+  std::string name;
+  int type = 0;  // 1 storage, 2 stream, 5 root
+  unsigned int left = 0;
+  unsigned int right = 0;
+  unsigned int child = 0;
+  unsigned long long size = 0;
+};
+
+constexpr unsigned int kNoSector = 0xFFFFFFFA;  // this and above: end of chain or special
+constexpr unsigned int kNoEntry = 0xFFFFFFFF;
+constexpr int kCompoundHeaderSize = 512;
+constexpr int kDirectoryEntrySize = 128;
+constexpr int kHeaderTableEntries = 109;
+
+unsigned int Load32(const unsigned char* bytes) {
+  return bytes[0] | bytes[1] << 8 | bytes[2] << 16 | static_cast<unsigned int>(bytes[3]) << 24;
+}
+
+bool NotCompound(const std::string& name) {
+  return Fail(CerrFileContainsInvalidCode, name + " is not a sound compound document");
+}
+
+bool ReadSector(C_FILE* file, long long fileSize, unsigned int sector, int sectorSize,
+                std::vector<unsigned char>* out) {
+  const long long offset = (static_cast<long long>(sector) + 1) * sectorSize;
+  if (sector >= kNoSector || offset + sectorSize > fileSize) return false;
+  out->resize(static_cast<std::size_t>(sectorSize));
+  file->SetPosit(offset);
+  int got = 0;
+  file->Read(sectorSize, out->data(), &got);
+  return !C_ERROR::Is() && got == sectorSize;
+}
+
+bool ReadCompoundDirectory(const std::string& name, std::vector<CompoundEntry>* entries) {
+  static const unsigned char kSignature[8] = {0xD0, 0xCF, 0x11, 0xE0, 0xA1, 0xB1, 0x1A, 0xE1};
+  C_FILE file(LibraryText(name), C_FILE::READ, C_FILE::BINARY);
+  if (C_ERROR::Is()) return false;
+  const long long fileSize = file.GetSize();
+  std::vector<unsigned char> header(kCompoundHeaderSize);
+  int got = 0;
+  file.Read(kCompoundHeaderSize, header.data(), &got);
+  if (CerrFileEndReached.IsPending()) C_ERROR::ClearPending();
+  if (C_ERROR::Is()) return false;
+  const int shift = header[0x1E] | header[0x1F] << 8;
+  if (got != kCompoundHeaderSize || std::memcmp(header.data(), kSignature, 8) != 0 || (shift != 9 && shift != 12)) {
+    return NotCompound(name);
+  }
+  const int sectorSize = 1 << shift;
+  const std::size_t perSector = static_cast<std::size_t>(sectorSize) / 4;
+  // The sectors of the allocation table: in the header, then along their own chain.
+  std::vector<unsigned int> tableSectors;
+  for (int i = 0; i < kHeaderTableEntries; ++i) tableSectors.push_back(Load32(&header[0x4C + 4 * i]));
+  std::vector<unsigned char> sector;
+  unsigned int more = Load32(&header[0x44]);
+  for (unsigned int hops = 0; more < kNoSector; ++hops) {
+    if (hops > fileSize / sectorSize || !ReadSector(&file, fileSize, more, sectorSize, &sector))
+      return NotCompound(name);
+    for (std::size_t i = 0; i + 1 < perSector; ++i) tableSectors.push_back(Load32(&sector[4 * i]));
+    more = Load32(&sector[4 * (perSector - 1)]);
+  }
+  const unsigned int tableCount = Load32(&header[0x2C]);
+  std::vector<unsigned int> table;
+  for (unsigned int i = 0; i < tableCount; ++i) {
+    if (i >= tableSectors.size() || !ReadSector(&file, fileSize, tableSectors[i], sectorSize, &sector)) {
+      return NotCompound(name);
+    }
+    for (std::size_t j = 0; j < perSector; ++j) table.push_back(Load32(&sector[4 * j]));
+  }
+  // The directory's own chain of sectors.
+  for (unsigned int at = Load32(&header[0x30]), hops = 0; at < kNoSector; at = table[at], ++hops) {
+    if (at >= table.size() || hops > table.size() || !ReadSector(&file, fileSize, at, sectorSize, &sector)) {
+      return NotCompound(name);
+    }
+    for (int offset = 0; offset + kDirectoryEntrySize <= sectorSize; offset += kDirectoryEntrySize) {
+      const unsigned char* raw = &sector[static_cast<std::size_t>(offset)];
+      CompoundEntry entry;
+      const int nameBytes = std::min(64, raw[0x40] | raw[0x41] << 8);
+      C_STRING text;
+      for (int i = 0; i + 1 < nameBytes - 1; i += 2) text += C_CHAR(static_cast<char16_t>(raw[i] | raw[i + 1] << 8));
+      entry.name = Utf8(text);
+      entry.type = raw[0x42];
+      entry.left = Load32(raw + 0x44);
+      entry.right = Load32(raw + 0x48);
+      entry.child = Load32(raw + 0x4C);
+      entry.size = Load32(raw + 0x78);
+      if (shift == 12) entry.size |= static_cast<unsigned long long>(Load32(raw + 0x7C)) << 32;
+      entries->push_back(entry);
+    }
+  }
+  if (entries->empty() || (*entries)[0].type != 5) return NotCompound(name);
+  return true;
+}
+
+// Prints the entries of one storage, in the order of the directory's tree,
+// and the storages under it; `seen` stops at loops of a damaged tree.
+void PrintCompoundTree(const std::vector<CompoundEntry>& entries, unsigned int at, const std::string& prefix,
+                       std::vector<bool>* seen) {
+  if (at == kNoEntry || at >= entries.size() || (*seen)[at]) return;
+  (*seen)[at] = true;
+  const CompoundEntry& entry = entries[at];
+  PrintCompoundTree(entries, entry.left, prefix, seen);
+  if (entry.type == 1) {
+    std::printf("%s%s/\n", prefix.c_str(), entry.name.c_str());
+    PrintCompoundTree(entries, entry.child, prefix + entry.name + "/", seen);
+  } else if (entry.type == 2) {
+    std::printf("%s%s  %llu bytes\n", prefix.c_str(), entry.name.c_str(), entry.size);
+  }
+  PrintCompoundTree(entries, entry.right, prefix, seen);
+}
+
+}  // namespace
+
+bool StorageList(const std::string& document) {
+  std::vector<CompoundEntry> entries;
+  if (!ReadCompoundDirectory(document, &entries)) return false;
+  std::vector<bool> seen(entries.size(), false);
+  seen[0] = true;
+  PrintCompoundTree(entries, entries[0].child, "", &seen);
+  return true;
+}
 
 bool StorageGet(const std::string& document, const std::string& out, bool replace) {
   IStorage* storage = IStorage::Open(LibraryText(document), false);
