@@ -30,6 +30,11 @@ show shield note.txt note.shielded
 cat note.shielded
 show unshield note.shielded note.back
 cmp note.txt note.back && echo "(unshielded file is identical to the original)"
+show storage put document.cfb note.txt
+show storage list document.cfb
+show storage get document.cfb -
+echo
+show lock status document.txt
 show rsa keygen 512 --output demo-key --seed 2026
 show rsa encrypt demo-key.pub note.txt note.rsa
 show rsa decrypt demo-key.key note.rsa -
