@@ -303,21 +303,26 @@ bool ReadCompoundDirectory(const std::string& name, std::vector<CompoundEntry>* 
   return true;
 }
 
+// A sound tree is balanced and shallow; a damaged one may chain every entry.
+constexpr int kDeepestTree = 2048;
+
 // Prints the entries of one storage, in the order of the directory's tree,
-// and the storages under it; `seen` stops at loops of a damaged tree.
-void PrintCompoundTree(const std::vector<CompoundEntry>& entries, unsigned int at, const std::string& prefix,
+// and the storages under it; `seen` stops at loops of a damaged tree. False
+// when the tree is deeper than any sound document's.
+bool PrintCompoundTree(const std::vector<CompoundEntry>& entries, unsigned int at, const std::string& prefix, int depth,
                        std::vector<bool>* seen) {
-  if (at == kNoEntry || at >= entries.size() || (*seen)[at]) return;
+  if (at == kNoEntry || at >= entries.size() || (*seen)[at]) return true;
+  if (depth > kDeepestTree) return false;
   (*seen)[at] = true;
   const CompoundEntry& entry = entries[at];
-  PrintCompoundTree(entries, entry.left, prefix, seen);
+  if (!PrintCompoundTree(entries, entry.left, prefix, depth + 1, seen)) return false;
   if (entry.type == 1) {
     std::printf("%s%s/\n", prefix.c_str(), entry.name.c_str());
-    PrintCompoundTree(entries, entry.child, prefix + entry.name + "/", seen);
+    if (!PrintCompoundTree(entries, entry.child, prefix + entry.name + "/", depth + 1, seen)) return false;
   } else if (entry.type == 2) {
     std::printf("%s%s  %llu bytes\n", prefix.c_str(), entry.name.c_str(), entry.size);
   }
-  PrintCompoundTree(entries, entry.right, prefix, seen);
+  return PrintCompoundTree(entries, entry.right, prefix, depth + 1, seen);
 }
 
 }  // namespace
@@ -327,8 +332,7 @@ bool StorageList(const std::string& document) {
   if (!ReadCompoundDirectory(document, &entries)) return false;
   std::vector<bool> seen(entries.size(), false);
   seen[0] = true;
-  PrintCompoundTree(entries, entries[0].child, "", &seen);
-  return true;
+  return PrintCompoundTree(entries, entries[0].child, "", 0, &seen) || NotCompound(document);
 }
 
 bool StorageGet(const std::string& document, const std::string& out, bool replace) {
