@@ -225,8 +225,13 @@ bool StagedFile::Begin(const std::string& target, bool replace) {
 }
 
 bool StagedFile::BeginScratch() {
-  temporary_ = SystemPath(Utf8(C_FILE::GetTempFilePath()));
-  if (temporary_.empty()) return Fail(CerrFileCannotCreateTemporary, "no free name in the temporary directory");
+  // Names of the tool's own, unique to the process: the library's temporary
+  // names are handed out first-free without being reserved, so a scratch file
+  // under one could take the name that another program is about to create.
+  static int scratchFiles = 0;
+  const std::string directory = SystemPath(Utf8(C_FILE::GetTempDir()));
+  if (directory.empty()) return Fail(CerrFileCannotCreateTemporary, "no temporary directory");
+  temporary_ = directory + "qor-" + std::to_string(getpid()) + "-" + std::to_string(++scratchFiles) + ".tmp";
   RegisterStaged(temporary_);
   return true;
 }

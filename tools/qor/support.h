@@ -74,7 +74,7 @@ class StagedFile {
   // system). False with the error pending when the target exists and may
   // not be replaced.
   bool Begin(const std::string& target, bool replace);
-  // A temporary name in the temporary directory, never committed.
+  // A name in the temporary directory for a scratch file, never committed.
   bool BeginScratch();
   const std::string& Path() const { return temporary_; }
   bool Commit();
