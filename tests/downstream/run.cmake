@@ -8,6 +8,13 @@ if(rc)
   message(FATAL_ERROR "install failed")
 endif()
 
+# The installed tool runs from the prefix and finds the installed library.
+file(WRITE ${WORK_DIR}/hello.txt "hello")
+execute_process(COMMAND ${prefix}/bin/qor crc ${WORK_DIR}/hello.txt RESULT_VARIABLE rc OUTPUT_VARIABLE out)
+if(rc OR NOT out MATCHES "^3610a686  ")
+  message(FATAL_ERROR "installed qor failed: ${out}")
+endif()
+
 execute_process(COMMAND ${CMAKE_COMMAND} -S ${SOURCE_DIR}/tests/downstream/project
     -B ${WORK_DIR}/build -G Ninja -DCMAKE_PREFIX_PATH=${prefix}
   RESULT_VARIABLE rc)

@@ -1,0 +1,73 @@
+#!/usr/bin/env bash
+# Times `qor pack` and `qor unpack` against gzip -1, gzip -6 and zstd (where
+# installed) on one file: throughput of uncompressed bytes and the ratio.
+#
+#   bash scripts/bench-qor.sh [SIZE_MIB] [RUNS]     (defaults: 256 MiB, 3 runs; the median is shown)
+#
+# The sample is made once in a temporary directory: a mix of numbered text
+# records, base64 text and random bytes, so that the ratio is neither that of
+# text nor that of noise. Builds qor first if needed.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+size_mib="${1:-256}"
+runs="${2:-3}"
+qor="$PWD/build/default/tools/qor/qor"
+[ -x "$qor" ] || { cmake --preset default >/dev/null && cmake --build build/default --target qor; }
+
+work="$(mktemp -d)"
+trap 'rm -rf "$work"' EXIT
+python3 - "$work/sample" "$size_mib" <<'PY'
+import base64, random, sys
+path, mib = sys.argv[1], int(sys.argv[2])
+rng = random.Random(2026)
+words = [w.encode() for w in "alpha beta gamma delta sensor reading value status ok warn fail".split()]
+with open(path, "wb") as out:
+    for _ in range(mib * 16):  # pieces of 64 KiB
+        kind = rng.random()
+        if kind < 0.6:
+            piece = b"".join(b"%08d %s %s %.3f\n" % (rng.randrange(10**8), rng.choice(words), rng.choice(words),
+                                                        rng.random() * 1000) for _ in range(2400))
+        elif kind < 0.85:
+            piece = base64.b64encode(rng.randbytes(49152))
+        else:
+            piece = rng.randbytes(65536)
+        out.write(piece[:65536].ljust(65536, b"\n"))
+PY
+bytes=$(stat -c %s "$work/sample")
+cat "$work/sample" > /dev/null  # in the page cache before the first run
+
+# Median wall time in seconds of a shell command over the runs.
+median_seconds() {
+  local times=()
+  for _ in $(seq "$runs"); do
+    local start end
+    start=$(date +%s.%N)
+    bash -c "$1"
+    end=$(date +%s.%N)
+    times+=("$(awk -v a="$start" -v b="$end" 'BEGIN { print b - a }')")
+  done
+  printf '%s\n' "${times[@]}" | sort -g | awk '{a[NR]=$1} END {print a[int((NR+1)/2)]}'
+}
+
+row() {  # name, compress command, decompress command, compressed file
+  local name="$1" pack="$2" unpack="$3" packed="$4"
+  local tp tu
+  tp=$(median_seconds "$pack")
+  tu=$(median_seconds "$unpack")
+  cmp -s "$work/sample" "$work/back" || { echo "$name: round trip differs" >&2; exit 1; }
+  local csize
+  csize=$(stat -c %s "$packed")
+  awk -v n="$name" -v b="$bytes" -v c="$csize" -v tp="$tp" -v tu="$tu" 'BEGIN {
+    printf "%-10s %9.2f s %8.1f MB/s %9.2f s %8.1f MB/s %8.1f %%\n", n, tp, b / tp / 1e6, tu, b / tu / 1e6, 100 * c / b }'
+  rm -f "$packed" "$work/back"
+}
+
+echo "sample: $bytes bytes, median of $runs runs, one process each (wall time)"
+printf '%-10s %20s %22s %10s\n' "" "compress" "decompress" "size"
+s="$work/sample"
+row "qor" "'$qor' pack --quiet --force '$s' '$s.qz'" "'$qor' unpack --quiet --force '$s.qz' '$work/back'" "$s.qz"
+row "gzip -1" "gzip -1 -c '$s' > '$s.gz'" "gzip -d -c '$s.gz' > '$work/back'" "$s.gz"
+row "gzip -6" "gzip -6 -c '$s' > '$s.gz'" "gzip -d -c '$s.gz' > '$work/back'" "$s.gz"
+if command -v zstd > /dev/null; then
+  row "zstd -3" "zstd -q -3 -c '$s' > '$s.zst'" "zstd -q -d -c '$s.zst' > '$work/back'" "$s.zst"
+fi

@@ -1,0 +1,106 @@
+// Runs the built qor program as a user would: a separate process with its
+// standard streams on files, in a temporary directory of the test.
+#ifndef QORC_TESTS_TOOL_QOR_RUNNER_H
+#define QORC_TESTS_TOOL_QOR_RUNNER_H
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "support/temp_dir.h"
+
+extern char** environ;
+
+struct QorResult {
+  int status = -1;  // the exit code, or -1 when the program did not exit
+  std::string out;
+  std::string err;
+};
+
+inline std::string ReadWholeFile(const std::string& path) {
+  std::ifstream stream(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
+}
+
+inline void WriteWholeFile(const std::string& path, const std::string& data) {
+  std::ofstream(path, std::ios::binary).write(data.data(), static_cast<std::streamsize>(data.size()));
+}
+
+// Starts qor with the arguments; standard input comes from `input` (a path),
+// standard output goes to `output` when given, else it is captured.
+inline pid_t StartQor(const std::vector<std::string>& args, const std::string& input, const std::string& output,
+                      const std::string& errors) {
+  std::vector<std::string> words{QOR_PROGRAM};
+  words.insert(words.end(), args.begin(), args.end());
+  std::vector<char*> argv;
+  for (std::string& word : words) argv.push_back(word.data());
+  argv.push_back(nullptr);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, 0, input.c_str(), O_RDONLY, 0);
+  posix_spawn_file_actions_addopen(&actions, 1, output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  posix_spawn_file_actions_addopen(&actions, 2, errors.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  pid_t pid = -1;
+  if (posix_spawn(&pid, QOR_PROGRAM, &actions, nullptr, argv.data(), environ) != 0) pid = -1;
+  posix_spawn_file_actions_destroy(&actions);
+  return pid;
+}
+
+inline int WaitForExit(pid_t pid) {
+  int status = 0;
+  if (pid < 0 || waitpid(pid, &status, 0) != pid) return -1;
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+inline QorResult RunQor(const TempDir& dir, const std::vector<std::string>& args,
+                        const std::string& input = "/dev/null", const std::string& output = "") {
+  const std::string outputPath = output.empty() ? dir.File(".qor-stdout") : output;
+  const std::string errorPath = dir.File(".qor-stderr");
+  QorResult result;
+  result.status = WaitForExit(StartQor(args, input, outputPath, errorPath));
+  if (output.empty()) {
+    result.out = ReadWholeFile(outputPath);
+    unlink(outputPath.c_str());
+  }
+  result.err = ReadWholeFile(errorPath);
+  unlink(errorPath.c_str());
+  return result;
+}
+
+// Data that compresses somewhat, as real files do: runs of numbered text
+// lines between stretches of random bytes.
+inline std::string SampleData(std::size_t size, unsigned int seed) {
+  std::mt19937 random(seed);
+  std::string data;
+  data.reserve(size + 64);
+  while (data.size() < size) {
+    if (random() % 3 == 0) {
+      for (int i = random() % 512; i > 0; --i) data += static_cast<char>(random());
+    } else {
+      data += "line " + std::to_string(random() % 100000) + " of the sample\n";
+    }
+  }
+  data.resize(size);
+  return data;
+}
+
+// The names in a directory, without the runner's own files.
+inline std::vector<std::string> DirectoryNames(const TempDir& dir) {
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(dir.path())) {
+    names.push_back(entry.path().filename().string());
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+#endif
