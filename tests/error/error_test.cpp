@@ -19,14 +19,12 @@ std::string Narrow(const C_STRING& s) {
   return out;
 }
 
-int g_triggerCalls = 0;
-const C_ERROR* g_triggered = nullptr;
-const C_STRING* g_triggeredExtra = nullptr;
-void CountTrigger(const C_ERROR& error, const C_STRING* extra) {
-  ++g_triggerCalls;
-  g_triggered = &error;
-  g_triggeredExtra = extra;
-}
+struct Triggered {
+  int calls = 0;
+  const C_ERROR* error = nullptr;
+  const C_STRING* extra = nullptr;
+} g_trigger;
+void CountTrigger(const C_ERROR& error, const C_STRING* extra) { g_trigger = {g_trigger.calls + 1, &error, extra}; }
 
 using Report = std::pair<std::string, std::string>;
 std::vector<Report> g_reports;
@@ -35,9 +33,7 @@ void RecordReport(const C_STRING& key, const C_STRING& text) { g_reports.emplace
 class PendingError : public testing::Test {
  protected:
   void SetUp() override {
-    g_triggerCalls = 0;
-    g_triggered = nullptr;
-    g_triggeredExtra = nullptr;
+    g_trigger = {};
     g_reports.clear();
   }
 };
@@ -51,7 +47,7 @@ TEST_F(PendingError, FirstErrorWinsAndReplacingFormsReplace) {
   ErrorB.Trigger();
   ErrorB.TriggerMild();
   // The handler sees only the error that was recorded.
-  EXPECT_TRUE(g_triggerCalls == 1 && g_triggered == &ErrorA && g_triggeredExtra == &extraA);
+  EXPECT_TRUE(g_trigger.calls == 1 && g_trigger.error == &ErrorA && g_trigger.extra == &extraA);
   EXPECT_EQ(C_ERROR::GetPending(), &ErrorA);
   EXPECT_TRUE(C_ERROR::GetPendingExtra() == u"a.txt");
   EXPECT_TRUE(ErrorA.IsPending());
@@ -74,16 +70,16 @@ TEST_F(PendingError, DebugFormsRecordInternalErrorAndNeverReplace) {
   C_ERROR::TriggerDbg("C#Err#whatever", &extra);
   EXPECT_EQ(C_ERROR::GetPending(), &CerrInternalError);
   EXPECT_TRUE(C_ERROR::GetPendingExtra().IsVoid());
-  EXPECT_TRUE(g_triggerCalls == 1 && g_triggeredExtra == nullptr);
+  EXPECT_TRUE(g_trigger.calls == 1 && g_trigger.extra == nullptr);
 
   C_ERROR::ClearPending();
   ErrorA.Trigger();
-  g_triggerCalls = 0;
+  g_trigger.calls = 0;
   C_ERROR::RetriggerDbg("C#Err#whatever", &extra);
   C_ERROR::RetriggerDbgMild(C_STRING(u"C#Err#other"), &extra);
   ErrorB.TriggerDbg(&extra);
   EXPECT_EQ(C_ERROR::GetPending(), &ErrorA);
-  EXPECT_EQ(g_triggerCalls, 0);
+  EXPECT_EQ(g_trigger.calls, 0);
 }
 
 TEST_F(PendingError, HiddenErrorStillBlocksAndIsNotReported) {

@@ -139,8 +139,7 @@ TEST(Rsa, RoundTripsForSeveralKeySizes) {
       ASSERT_TRUE(StartsWith(Apply(CrsaDecrypt, bits, keys.publicKey, signature), data));
     }
   }
-  // Tiny keys from other seeds; with 8 bits the only modulus of two distinct
-  // 4-bit primes is 11 * 13.
+  // Tiny keys from other seeds; 8 bits allow only the modulus 11 * 13.
   const Bytes data = Pattern(40, 6);
   for (unsigned int seed = 1; seed <= 300; ++seed) {
     const int bits = seed % 2 == 0 ? 8 : 16;
@@ -152,11 +151,10 @@ TEST(Rsa, RoundTripsForSeveralKeySizes) {
 }
 
 TEST(Rsa, BlocksArePiecesBehindAZeroBitThenRandomPadding) {
-  // An independent check of the layout with a 64-bit key and 64-bit arithmetic.
+  // The layout checked independently with a 64-bit key and 64-bit arithmetic.
   const KeyPair keys = Generate(64, 4242);
-  const unsigned long long n = BigEndian(keys.publicKey.data());
-  const unsigned long long e = BigEndian(keys.publicKey.data() + 8);
-  const unsigned long long d = BigEndian(keys.privateKey.data() + 8);
+  const unsigned long long n = BigEndian(keys.publicKey.data()), e = BigEndian(keys.publicKey.data() + 8),
+                           d = BigEndian(keys.privateKey.data() + 8);
   // 16 bytes are two pieces of 63 bits and one of 2 bits, whose block is
   // padded with 8 random bytes from three draws.
   const Bytes data = Pattern(16, 5);
@@ -167,8 +165,7 @@ TEST(Rsa, BlocksArePiecesBehindAZeroBitThenRandomPadding) {
   const Bytes cipher = Apply(CrsaEncrypt, 64, keys.publicKey, data);
   ASSERT_EQ(cipher.size(), 24u);
   EXPECT_EQ(qorc::IntRandState(), afterPadding);
-  const unsigned long long all = BigEndian(data.data());
-  const unsigned long long next = BigEndian(data.data() + 8);
+  const unsigned long long all = BigEndian(data.data()), next = BigEndian(data.data() + 8);
   EXPECT_EQ(BigEndian(cipher.data()), PowMod(all >> 1, e, n));
   EXPECT_EQ(BigEndian(cipher.data() + 8), PowMod(((all & 1) << 62) | (next >> 2), e, n));
   // The last block: the two remaining bits at bits 1 and 2, zeros to the end
@@ -181,20 +178,17 @@ TEST(Rsa, BlocksArePiecesBehindAZeroBitThenRandomPadding) {
 }
 
 TEST(Rsa, BadArgumentsLeaveTheOutputsUntouchedAndShortInputsStayInBounds) {
-  unsigned char sentinel = 0;
-  unsigned char* publicKey = &sentinel;
-  unsigned char* privateKey = &sentinel;
+  unsigned char sentinel = 0, *publicKey = &sentinel, *privateKey = &sentinel;
   int keySize = -7;
   const unsigned int state = qorc::IntRandState();
-  // Key sizes that are not a positive multiple of 8, and seeds that are a
-  // multiple of 2^31 - 1 (they would repeat one value for ever).
+  // Sizes not a positive multiple of 8; seeds a multiple of 2^31 - 1 (they repeat one value).
   const int badGenerations[][2] = {{12, 5}, {513, 5}, {1, 5}, {0, 5}, {-8, 5}, {64, 0x7FFFFFFF}, {64, -2}};
   for (const auto& bad : badGenerations) {
     C_ERROR::ClearPending();
     CrsaGenerateKeys(bad[0], &publicKey, &privateKey, &keySize, static_cast<unsigned int>(bad[1]));
     EXPECT_EQ(C_ERROR::GetPending(), &CerrInvalidValue) << bad[0];
-    EXPECT_TRUE(publicKey == &sentinel && privateKey == &sentinel && keySize == -7) << bad[0];
-    EXPECT_EQ(qorc::IntRandState(), state);
+    EXPECT_TRUE(publicKey == &sentinel && privateKey == &sentinel && keySize == -7 && qorc::IntRandState() == state)
+        << bad[0];
   }
   C_ERROR::ClearPending();
   const KeyPair keys = Generate(64, 11);
@@ -220,8 +214,7 @@ TEST(Rsa, BadArgumentsLeaveTheOutputsUntouchedAndShortInputsStayInBounds) {
   expectError(CrsaEncrypt, 64, Bytes(16, 0).data(), 20, data.data(), CerrInvalidValue);
   C_ERROR::ClearPending();
 
-  // No data, or fewer bytes than one block, give nothing; trailing bytes of an
-  // incomplete block are ignored.
+  // Fewer bytes than one block give nothing; a trailing incomplete block is ignored.
   EXPECT_TRUE(Apply(CrsaEncrypt, 64, keys.publicKey, Bytes()).empty());
   for (size_t count : {1, 7}) EXPECT_TRUE(Apply(CrsaDecrypt, 64, keys.privateKey, Pattern(count, 9)).empty()) << count;
   const Bytes cipher = Apply(CrsaEncrypt, 64, keys.publicKey, data);

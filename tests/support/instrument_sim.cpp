@@ -209,12 +209,10 @@ void CheckLine(const std::string& value) {
   if (std::sscanf(value.c_str(), "%u,%c,%d", &rate, &parity, &stop) != 3) Fail(kUsage, "line needs R,P,S");
   struct termios2 t;
   if (ioctl(g_master, TCGETS2, &t) != 0) FailErrno("TCGETS2");
-  const tcflag_t wantedParity = parity == 'N'   ? 0
-                                : parity == 'O' ? PARENB | PARODD
-                                : parity == 'E' ? PARENB
-                                : parity == 'M' ? PARENB | PARODD | CMSPAR
-                                : parity == 'S' ? PARENB | CMSPAR
-                                                : ~tcflag_t(0);
+  const char* const letters = "NOEMS";
+  const tcflag_t parities[] = {0, PARENB | PARODD, PARENB, PARENB | PARODD | CMSPAR, PARENB | CMSPAR};
+  const char* const letter = parity != '\0' ? std::strchr(letters, parity) : nullptr;
+  const tcflag_t wantedParity = letter != nullptr ? parities[letter - letters] : ~tcflag_t(0);
   std::string wrong;
   if (t.c_ospeed != rate || t.c_ispeed != rate) wrong += " rate " + std::to_string(t.c_ospeed);
   if ((t.c_cflag & CSIZE) != CS8) wrong += " data bits";
