@@ -242,9 +242,12 @@ void RunStep(const std::string& step) {
     std::string all, text = Unescape(value.substr(colon + 1));
     for (int times = Number(value.substr(0, colon)); times > 0; --times) all += text;
     Send(all);
-  } else if (name == "sleep" || name == "quiet" || name == "serve") {
-    const int number = Number(value);
-    name == "sleep" ? SleepMs(number) : name == "quiet" ? Silence(number, false) : Serve(number);
+  } else if (name == "sleep") {
+    SleepMs(Number(value));
+  } else if (name == "quiet") {
+    Silence(Number(value), false);
+  } else if (name == "serve") {
+    Serve(Number(value));
   } else if (name == "hangup") {
     close(g_master);
     g_master = -1;
