@@ -12,7 +12,6 @@
 
 namespace {
 
-// Restores the library generator's state when a test has set it.
 struct IntRandStateGuard {
   unsigned int saved = qorc::IntRandState();
   ~IntRandStateGuard() { qorc::SetIntRandState(saved); }
@@ -72,18 +71,14 @@ TEST(MathRand, RuntimeDrawsFollowTheHostsSrand) {
   }
   // The range: CmathRand reaches both ends of [0, 1], CmathRandPer stays below 1.
   std::srand(5);
-  double lowest = 1;
-  double highest = 0;
-  double highestPer = 0;
+  double lowest = 1, highest = 0, highestPer = 0;
   for (int i = 0; i < 400000; ++i) {
     const double value = CmathRand();
     lowest = std::min(lowest, value);
     highest = std::max(highest, value);
     highestPer = std::max(highestPer, CmathRandPer());
   }
-  EXPECT_EQ(lowest, 0.0);
-  EXPECT_EQ(highest, 1.0);
-  EXPECT_EQ(highestPer, 32767 / 32768.0);
+  EXPECT_TRUE(lowest == 0.0 && highest == 1.0 && highestPer == 32767 / 32768.0) << lowest << highest << highestPer;
   // The library's own generator is another one: srand and rand do not move it.
   qorc::SetIntRandState(0x12345678u);
   std::srand(9);
@@ -175,15 +170,11 @@ TEST(MathBits, RotationsSwapsCountsAndSingleBits) {
   EXPECT_TRUE(CmathBitGetParity8(0x07) && !CmathBitGetParity8(0x81));
 }
 
-TEST(Checksums, MatchThePublishedCheckValues) {
+// Agreement with zlib over all lengths is tested in checksum_test.cpp.
+TEST(Checksums, PublishedCheckValuesAndInitialValuesForNothing) {
   EXPECT_TRUE(CchecksumCRC(9, "123456789") == 0xCBF43926u && CchecksumAdler(9, "123456789") == 0x091E01DEu);
-  EXPECT_EQ(CchecksumAdler(9, "Wikipedia"), 0x11E60398u);
-  // Nothing to check gives the initial values.
   for (int size : {0, -5}) EXPECT_TRUE(CchecksumCRC(size, "1") == 0 && CchecksumAdler(size, "1") == 1) << size;
-  EXPECT_TRUE(CchecksumCRC(10, nullptr) == 0 && CchecksumAdler(10, nullptr) == 1);
-  // A large buffer, and no error recorded.
-  std::vector<unsigned char> zeros(1 << 20);
-  EXPECT_TRUE(CchecksumAdler(static_cast<int>(zeros.size()), zeros.data()) == 0x00F00001u && !C_ERROR::Is());
+  EXPECT_TRUE(CchecksumCRC(10, nullptr) == 0 && CchecksumAdler(10, nullptr) == 1 && !C_ERROR::Is());
 }
 
 }  // namespace

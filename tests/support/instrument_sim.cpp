@@ -49,7 +49,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
-#include <vector>
 
 namespace {
 
@@ -57,12 +56,15 @@ enum Exit { kDone = 0, kUsage = 1, kUnexpected = 2, kTooLong = 3, kFailure = 4 }
 
 int g_master = -1;
 int g_timeoutMs = 10000;
+bool g_seenOpen = false;
 std::string g_step;
 
 [[noreturn]] void Fail(Exit code, const std::string& message) {
   std::fprintf(stderr, "instrument: %s: %s\n", g_step.c_str(), message.c_str());
   std::exit(code);
 }
+
+[[noreturn]] void FailErrno(const char* call) { Fail(kFailure, std::string(call) + ": " + std::strerror(errno)); }
 
 long long NowMs() {
   struct timespec now;
@@ -78,34 +80,22 @@ void SleepMs(int ms) {
 
 std::string Printable(unsigned char byte) {
   char text[16];
-  if (byte >= 0x20 && byte < 0x7F) {
-    std::snprintf(text, sizeof text, "'%c'", byte);
-  } else {
-    std::snprintf(text, sizeof text, "0x%02X", byte);
-  }
+  std::snprintf(text, sizeof text, byte >= 0x20 && byte < 0x7F ? "'%c'" : "0x%02X", byte);
   return text;
 }
 
 std::string Unescape(const std::string& text) {
   std::string out;
   for (std::size_t i = 0; i < text.size(); ++i) {
-    if (text[i] != '\\' || i + 1 == text.size()) {
+    const char c = i + 1 < text.size() && text[i] == '\\' ? text[++i] : '\0';
+    if (c == '\0') {
       out += text[i];
-      continue;
-    }
-    const char c = text[++i];
-    if (c == 'r') {
-      out += '\r';
-    } else if (c == 'n') {
-      out += '\n';
-    } else if (c == 't') {
-      out += '\t';
     } else if (c == 'x' && i + 2 < text.size() && std::isxdigit(static_cast<unsigned char>(text[i + 1])) &&
                std::isxdigit(static_cast<unsigned char>(text[i + 2]))) {
       out += static_cast<char>(std::strtol(text.substr(i + 1, 2).c_str(), nullptr, 16));
       i += 2;
     } else {
-      out += c;
+      out += c == 'r' ? '\r' : c == 'n' ? '\n' : c == 't' ? '\t' : c;
     }
   }
   return out;
@@ -118,7 +108,6 @@ int Number(const std::string& text) {
   return static_cast<int>(value);
 }
 
-// What waiting for the other side gave.
 enum class Got { Byte, Nothing, Closed };
 
 // One byte within `ms` milliseconds. A master without an open slave reports a
@@ -129,13 +118,11 @@ Got ReadByte(int ms, bool seenOpen, unsigned char* byte) {
     const long long left = deadline - NowMs();
     struct pollfd entry = {g_master, POLLIN, 0};
     const int ready = poll(&entry, 1, left > 0 ? static_cast<int>(left) : 0);
-    if (ready < 0 && errno != EINTR) Fail(kFailure, std::string("poll: ") + std::strerror(errno));
+    if (ready < 0 && errno != EINTR) FailErrno("poll");
     if (ready > 0 && (entry.revents & POLLIN)) {
       const ssize_t got = read(g_master, byte, 1);
       if (got == 1) return Got::Byte;
-      if (got < 0 && errno != EIO && errno != EAGAIN && errno != EINTR) {
-        Fail(kFailure, std::string("read: ") + std::strerror(errno));
-      }
+      if (got < 0 && errno != EIO && errno != EAGAIN && errno != EINTR) FailErrno("read");
       if (got < 0 && errno == EIO && seenOpen) return Got::Closed;
     } else if (ready > 0 && (entry.revents & POLLHUP)) {
       if (seenOpen) return Got::Closed;
@@ -145,25 +132,17 @@ Got ReadByte(int ms, bool seenOpen, unsigned char* byte) {
   }
 }
 
-bool g_seenOpen = false;
-
-unsigned char NextByte(const char* waitingFor) {
+unsigned char NextByte(const std::string& waitingFor) {
   unsigned char byte = 0;
-  switch (ReadByte(g_timeoutMs, g_seenOpen, &byte)) {
-    case Got::Byte:
-      g_seenOpen = true;
-      return byte;
-    case Got::Nothing:
-      Fail(kTooLong, std::string("nothing arrived while waiting for ") + waitingFor);
-    case Got::Closed:
-      Fail(kUnexpected, std::string("the port was closed while waiting for ") + waitingFor);
-  }
-  return 0;
+  const Got got = ReadByte(g_timeoutMs, g_seenOpen, &byte);
+  if (got == Got::Nothing) Fail(kTooLong, "nothing arrived while waiting for " + waitingFor);
+  if (got == Got::Closed) Fail(kUnexpected, "the port was closed while waiting for " + waitingFor);
+  g_seenOpen = true;
+  return byte;
 }
 
 void Send(const std::string& bytes) {
-  std::size_t done = 0;
-  while (done < bytes.size()) {
+  for (std::size_t done = 0; done < bytes.size();) {
     const ssize_t written = write(g_master, bytes.data() + done, bytes.size() - done);
     if (written > 0) {
       done += static_cast<std::size_t>(written);
@@ -172,41 +151,32 @@ void Send(const std::string& bytes) {
       struct pollfd entry = {g_master, POLLOUT, 0};
       poll(&entry, 1, 10);
     } else {
-      Fail(kFailure, std::string("write: ") + std::strerror(errno));
+      FailErrno("write");
     }
   }
 }
 
 void Expect(const std::string& text) {
   for (std::size_t i = 0; i < text.size(); ++i) {
-    const unsigned char byte = NextByte("the expected text");
-    const unsigned char wanted = static_cast<unsigned char>(text[i]);
+    const unsigned char byte = NextByte("the expected text"), wanted = static_cast<unsigned char>(text[i]);
     if (byte != wanted) {
       Fail(kUnexpected, "byte " + std::to_string(i) + " is " + Printable(byte) + ", expected " + Printable(wanted));
     }
   }
 }
 
-void Quiet(int ms) {
+// Nothing may arrive for `ms`; `closing` waits for the other side to close instead.
+void Silence(int ms, bool closing) {
   unsigned char byte = 0;
-  if (ReadByte(ms, true, &byte) == Got::Byte) Fail(kUnexpected, "received " + Printable(byte) + " in a quiet time");
-}
-
-void Closed() {
-  unsigned char byte = 0;
-  switch (ReadByte(g_timeoutMs, true, &byte)) {
-    case Got::Byte:
-      Fail(kUnexpected, "received " + Printable(byte) + " where the port should close");
-    case Got::Nothing:
-      Fail(kTooLong, "the port stayed open");
-    case Got::Closed:
-      return;
+  const Got got = ReadByte(ms, true, &byte);
+  if (got == Got::Byte) {
+    Fail(kUnexpected, "received " + Printable(byte) + (closing ? " where the port should close" : " in a quiet time"));
   }
+  if (closing && got == Got::Nothing) Fail(kTooLong, "the port stayed open");
 }
 
 void Serve(int requests) {
-  std::string reading = "=";
-  std::string command;
+  std::string reading = "=", command;
   for (int served = 0; requests == 0 || served < requests;) {
     unsigned char byte = 0;
     const Got got = ReadByte(g_timeoutMs, g_seenOpen, &byte);
@@ -220,8 +190,7 @@ void Serve(int requests) {
       } else if (second == '9') {
         ++served;
       } else {
-        command = "1";
-        command += static_cast<char>(second);
+        command = std::string("1") + static_cast<char>(second);
       }
     } else if (byte == '\n') {
       reading = "=" + command;
@@ -239,18 +208,15 @@ void CheckLine(const std::string& value) {
   int stop = 0;
   if (std::sscanf(value.c_str(), "%u,%c,%d", &rate, &parity, &stop) != 3) Fail(kUsage, "line needs R,P,S");
   struct termios2 t;
-  if (ioctl(g_master, TCGETS2, &t) != 0) Fail(kFailure, std::string("TCGETS2: ") + std::strerror(errno));
-  const tcflag_t parityBits = t.c_cflag & (PARENB | PARODD | CMSPAR);
-  const tcflag_t wantedParity = parity == 'N'   ? 0
-                                : parity == 'O' ? PARENB | PARODD
-                                : parity == 'E' ? PARENB
-                                : parity == 'M' ? PARENB | PARODD | CMSPAR
-                                : parity == 'S' ? PARENB | CMSPAR
-                                                : ~tcflag_t(0);
+  if (ioctl(g_master, TCGETS2, &t) != 0) FailErrno("TCGETS2");
+  const char* const letters = "NOEMS";
+  const tcflag_t parities[] = {0, PARENB | PARODD, PARENB, PARENB | PARODD | CMSPAR, PARENB | CMSPAR};
+  const char* const letter = parity != '\0' ? std::strchr(letters, parity) : nullptr;
+  const tcflag_t wantedParity = letter != nullptr ? parities[letter - letters] : ~tcflag_t(0);
   std::string wrong;
   if (t.c_ospeed != rate || t.c_ispeed != rate) wrong += " rate " + std::to_string(t.c_ospeed);
   if ((t.c_cflag & CSIZE) != CS8) wrong += " data bits";
-  if (parityBits != wantedParity) wrong += " parity";
+  if ((t.c_cflag & (PARENB | PARODD | CMSPAR)) != wantedParity) wrong += " parity";
   if (((t.c_cflag & CSTOPB) != 0) != (stop == 2)) wrong += " stop bits";
   if ((t.c_cflag & CRTSCTS) != 0) wrong += " RTS/CTS";
   if ((t.c_iflag & (IXON | IXOFF)) != (IXON | IXOFF)) wrong += " XON/XOFF";
@@ -266,22 +232,20 @@ void RunStep(const std::string& step) {
   const std::size_t equals = step.find('=');
   const std::string name = step.substr(0, equals);
   const std::string value = equals == std::string::npos ? std::string() : step.substr(equals + 1);
+  const std::size_t colon = value.find(':');
   if (name == "expect") {
     Expect(Unescape(value));
   } else if (name == "send") {
     Send(Unescape(value));
   } else if (name == "repeat") {
-    const std::size_t colon = value.find(':');
     if (colon == std::string::npos) Fail(kUsage, "repeat needs N:TEXT");
-    const int times = Number(value.substr(0, colon));
-    const std::string text = Unescape(value.substr(colon + 1));
-    std::string all;
-    for (int i = 0; i < times; ++i) all += text;
+    std::string all, text = Unescape(value.substr(colon + 1));
+    for (int times = Number(value.substr(0, colon)); times > 0; --times) all += text;
     Send(all);
   } else if (name == "sleep") {
     SleepMs(Number(value));
   } else if (name == "quiet") {
-    Quiet(Number(value));
+    Silence(Number(value), false);
   } else if (name == "serve") {
     Serve(Number(value));
   } else if (name == "hangup") {
@@ -290,7 +254,7 @@ void RunStep(const std::string& step) {
   } else if (name == "line") {
     CheckLine(value);
   } else if (name == "closed") {
-    Closed();
+    Silence(g_timeoutMs, true);
   } else {
     Fail(kUsage, "unknown step");
   }
@@ -309,18 +273,11 @@ int OpenPseudoTerminal() {
 int main(int argc, char** argv) {
   signal(SIGPIPE, SIG_IGN);
   g_step = "arguments";
-  int first = 1;
-  int fd = -1;
-  while (first + 1 < argc && argv[first][0] == '-' && argv[first][1] == '-') {
+  int first = 1, fd = -1;
+  for (; first + 1 < argc && argv[first][0] == '-' && argv[first][1] == '-'; first += 2) {
     const std::string option = argv[first];
-    if (option == "--fd") {
-      fd = Number(argv[first + 1]);
-    } else if (option == "--timeout") {
-      g_timeoutMs = Number(argv[first + 1]);
-    } else {
-      Fail(kUsage, "unknown option " + option);
-    }
-    first += 2;
+    if (option != "--fd" && option != "--timeout") Fail(kUsage, "unknown option " + option);
+    (option == "--fd" ? fd : g_timeoutMs) = Number(argv[first + 1]);
   }
   g_master = fd >= 0 ? fd : OpenPseudoTerminal();
   const int flags = fcntl(g_master, F_GETFL);
