@@ -4,6 +4,7 @@
 #define QORC_TESTS_TOOL_QOR_RUNNER_H
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -14,6 +15,7 @@
 #include <iterator>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/temp_dir.h"
@@ -93,7 +95,7 @@ inline std::string SampleData(std::size_t size, unsigned int seed) {
   return data;
 }
 
-// The names in a directory, without the runner's own files.
+// The names in a directory; the runner's own files are gone once it returns.
 inline std::vector<std::string> DirectoryNames(const TempDir& dir) {
   std::vector<std::string> names;
   for (const auto& entry : std::filesystem::directory_iterator(dir.path())) {
@@ -102,5 +104,33 @@ inline std::vector<std::string> DirectoryNames(const TempDir& dir) {
   std::sort(names.begin(), names.end());
   return names;
 }
+
+// The exit code and standard error together, compared in one step.
+inline std::pair<int, std::string> Outcome(const QorResult& result) { return {result.status, result.err}; }
+inline std::pair<int, std::string> Failure(const std::string& err) { return {1, err}; }
+inline const std::pair<int, std::string> kSuccess{0, ""};
+
+// A test with its own temporary directory to run qor in.
+class QorTest : public testing::Test {
+ protected:
+  QorResult Run(const std::vector<std::string>& args, const std::string& input = "/dev/null",
+                const std::string& output = "") {
+    return RunQor(dir, args, input, output);
+  }
+  // Runs qor, expects it to succeed without a word on standard error, and
+  // returns its standard output.
+  std::string Output(const std::vector<std::string>& args, const std::string& input = "/dev/null") {
+    const QorResult result = Run(args, input);
+    EXPECT_EQ(Outcome(result), kSuccess) << testing::PrintToString(args);
+    return result.out;
+  }
+  // Writes `data` to the file `name` in the directory and returns its path.
+  std::string Write(const std::string& name, const std::string& data) {
+    WriteWholeFile(dir.File(name), data);
+    return dir.File(name);
+  }
+
+  TempDir dir;
+};
 
 #endif

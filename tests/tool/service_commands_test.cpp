@@ -17,10 +17,7 @@
 
 namespace {
 
-class ServiceCommandsTest : public testing::Test {
- protected:
-  TempDir dir;
-};
+using ServiceCommandsTest = QorTest;
 
 C_STRING Library(const std::string& text) {
   C_STRING result;
@@ -50,6 +47,24 @@ pid_t LockingChild(const std::string& document) {
   return pid;
 }
 
+// What python's olefile prints for a script, with `o` the opened document.
+std::string Olefile(const TempDir& dir, const std::string& document, const std::string& script) {
+  const std::string out = dir.File("olefile.out");
+  const std::string program = "import olefile, sys; o = olefile.OleFileIO(\"" + document + "\"); " + script;
+  EXPECT_EQ(std::system(("/usr/bin/python3 -c '" + program + "' >" + out).c_str()), 0);
+  const std::string printed = ReadWholeFile(out);
+  std::filesystem::remove(out);
+  return printed;
+}
+
+std::vector<std::string> SortedLines(const std::string& text) {
+  std::istringstream stream(text);
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(stream, line);) lines.push_back(line);
+  std::sort(lines.begin(), lines.end());
+  return lines;
+}
+
 void Kill(pid_t pid) {
   kill(pid, SIGKILL);
   waitpid(pid, nullptr, 0);
@@ -57,7 +72,7 @@ void Kill(pid_t pid) {
 
 TEST_F(ServiceCommandsTest, LockStatusNamesStaleEntriesAndClearStaleRemovesOnlyThem) {
   const std::string document = dir.File("plan.dat");
-  EXPECT_EQ(RunQor(dir, {"lock", "status", document}).out, document + ": not locked\n");
+  EXPECT_EQ(Run({"lock", "status", document}).out, document + ": not locked\n");
   // An entry of another machine, then one of a child killed while it held the lock.
   WriteWholeFile(document + ".lck", "\\\\faraway\\bob\\77\n");
   const pid_t dead = LockingChild(document);
@@ -67,15 +82,15 @@ TEST_F(ServiceCommandsTest, LockStatusNamesStaleEntriesAndClearStaleRemovesOnlyT
   const std::string self = Utf8Of(own);
   const std::string machineAndUser = self.substr(0, self.rfind('\\') + 1);
   const std::string deadEntry = machineAndUser + std::to_string(dead);
-  const QorResult status = RunQor(dir, {"lock", "status", document});
+  const QorResult status = Run({"lock", "status", document});
   EXPECT_EQ(status.status, 0) << status.err;
   EXPECT_EQ(status.out, "\\\\faraway\\bob\\77  unknown (another machine)\n" + deadEntry + "  gone (stale)\n");
   // Asked first: "n" keeps the entry, "y" removes it.
   WriteWholeFile(dir.File("no"), "n\n");
-  EXPECT_EQ(RunQor(dir, {"lock", "clear-stale", document}, dir.File("no")).out,
+  EXPECT_EQ(Run({"lock", "clear-stale", document}, dir.File("no")).out,
             deadEntry + "  gone (stale)\nnothing removed\n");
   WriteWholeFile(dir.File("yes"), "y\n");
-  const QorResult cleared = RunQor(dir, {"lock", "clear-stale", document}, dir.File("yes"));
+  const QorResult cleared = Run({"lock", "clear-stale", document}, dir.File("yes"));
   EXPECT_EQ(cleared.status, 0) << cleared.err;
   EXPECT_EQ(cleared.out, deadEntry + "  gone (stale)\n1 stale entries removed\n");
   EXPECT_EQ(cleared.err, "Remove 1 stale entries from " + document + ".lck? [y/N] ");
@@ -83,11 +98,10 @@ TEST_F(ServiceCommandsTest, LockStatusNamesStaleEntriesAndClearStaleRemovesOnlyT
   EXPECT_EQ(ReadWholeFile(document + ".lck"), "\\\\faraway\\bob\\77");
   // A running locker is never stale.
   const pid_t running = LockingChild(document);
-  const QorResult live = RunQor(dir, {"lock", "clear-stale", "--yes", document});
+  const QorResult live = Run({"lock", "clear-stale", "--yes", document});
   EXPECT_EQ(live.out, document + ": no stale entries\n");
-  EXPECT_NE(
-      RunQor(dir, {"lock", "status", document}).out.find(machineAndUser + std::to_string(running) + "  running\n"),
-      std::string::npos);
+  EXPECT_NE(Run({"lock", "status", document}).out.find(machineAndUser + std::to_string(running) + "  running\n"),
+            std::string::npos);
   Kill(running);
 }
 
@@ -107,45 +121,33 @@ TEST_F(ServiceCommandsTest, RegExportAndImportRoundTrip) {
     child.WriteReadableString(Library("default"));
   }
   ASSERT_FALSE(C_ERROR::Is());
-  const QorResult list = RunQor(dir, {"reg", "--store", first, "list", "Software/Qorc/Test"});
-  EXPECT_EQ(list.status, 0) << list.err;
-  EXPECT_EQ(list.out, "Child\\\n\"Name\"\n\"Numbers\"\n");
-  const QorResult get = RunQor(dir, {"reg", "get", "Software\\Qorc\\Test", "name", "--store", first});
-  EXPECT_EQ(get.status, 0) << get.err;
-  EXPECT_EQ(get.out, "\"Name\"=\"caf\xC3\xA9 \\\"quoted\\\"\"\n");
-  EXPECT_EQ(RunQor(dir, {"reg", "--store", first, "get", "Software\\Qorc\\Test\\Child", ""}).out, "@=\"default\"\n");
+  // Key paths with "/" or "\\", entry names in any case.
+  EXPECT_EQ(Output({"reg", "--store", first, "list", "Software/Qorc/Test"}), "Child\\\n\"Name\"\n\"Numbers\"\n");
+  EXPECT_EQ(Output({"reg", "get", "Software\\Qorc\\Test", "name", "--store", first}),
+            "\"Name\"=\"caf\xC3\xA9 \\\"quoted\\\"\"\n");
+  EXPECT_EQ(Output({"reg", "--store", first, "get", "Software\\Qorc\\Test\\Child", ""}), "@=\"default\"\n");
 
-  const QorResult exported = RunQor(dir, {"reg", "--store", first, "export", "Software\\Qorc", dir.File("a.reg")});
+  const QorResult exported = Run({"reg", "--store", first, "export", "Software\\Qorc", dir.File("a.reg")});
   ASSERT_EQ(exported.status, 0) << exported.err;
   const std::string second = dir.File("second.sqlite");
-  const QorResult imported = RunQor(dir, {"reg", "--store", second, "import", dir.File("a.reg")});
-  EXPECT_EQ(imported.status, 0) << imported.err;
-  ASSERT_EQ(RunQor(dir, {"reg", "--store", second, "export", "Software\\Qorc", dir.File("b.reg")}).status, 0);
+  EXPECT_EQ(Outcome(Run({"reg", "--store", second, "import", dir.File("a.reg")})), kSuccess);
+  ASSERT_EQ(Run({"reg", "--store", second, "export", "Software\\Qorc", dir.File("b.reg")}).status, 0);
   EXPECT_EQ(ReadWholeFile(dir.File("b.reg")), ReadWholeFile(dir.File("a.reg")));
 
-  const QorResult missing = RunQor(dir, {"reg", "--store", second, "list", "Software\\Nothing"});
-  EXPECT_EQ(missing.status, 1);
-  // Messages show paths with "/", key paths too (the tool takes both).
-  EXPECT_EQ(missing.err, "qor: Not found: no key Software/Nothing in " + second + "\n");
+  // Messages show key paths with "/".
+  EXPECT_EQ(Outcome(Run({"reg", "--store", second, "list", "Software\\Nothing"})),
+            Failure("qor: Not found: no key Software/Nothing in " + second + "\n"));
 }
 
 TEST_F(ServiceCommandsTest, StoragePutIsReadByOlefileAndGetGivesItBack) {
   const std::string data = SampleData(300000, 13);
-  WriteWholeFile(dir.File("data"), data);
   const std::string document = dir.File("doc.cfb");
-  const QorResult put = RunQor(dir, {"storage", "put", document, dir.File("data")});
-  ASSERT_EQ(put.status, 0) << put.err;
-  const std::string script = "import olefile, sys; o = olefile.OleFileIO(\"" + document +
-                             "\"); sys.stdout.buffer.write(o.openstream(\"Contents\").read())";
-  const std::string olefileOut = dir.File("olefile.out");
-  ASSERT_EQ(std::system(("/usr/bin/python3 -c '" + script + "' >" + olefileOut).c_str()), 0);
-  EXPECT_EQ(ReadWholeFile(olefileOut), data);
-  const QorResult get = RunQor(dir, {"storage", "get", document, dir.File("back")});
-  EXPECT_EQ(get.status, 0) << get.err;
+  ASSERT_EQ(Outcome(Run({"storage", "put", document, Write("data", data)})), kSuccess);
+  EXPECT_EQ(Olefile(dir, document, "sys.stdout.buffer.write(o.openstream(\"Contents\").read())"), data);
+  EXPECT_EQ(Outcome(Run({"storage", "get", document, dir.File("back")})), kSuccess);
   EXPECT_EQ(ReadWholeFile(dir.File("back")), data);
-  const QorResult notDocument = RunQor(dir, {"storage", "get", dir.File("data"), "-"});
-  EXPECT_EQ(notDocument.status, 1);
-  EXPECT_EQ(notDocument.err, "qor: Unable to open file: " + dir.File("data") + "\n");
+  EXPECT_EQ(Outcome(Run({"storage", "get", dir.File("data"), "-"})),
+            Failure("qor: Unable to open file: " + dir.File("data") + "\n"));
 }
 
 TEST_F(ServiceCommandsTest, StorageListAgreesWithOlefile) {
@@ -171,47 +173,31 @@ TEST_F(ServiceCommandsTest, StorageListAgreesWithOlefile) {
     root->Release();
   }
   ASSERT_FALSE(C_ERROR::Is());
-  const QorResult list = RunQor(dir, {"storage", "list", document});
-  EXPECT_EQ(list.status, 0) << list.err;
-  // olefile's view of the same document, in the same form.
-  const std::string script =
-      "import olefile; o = olefile.OleFileIO(\"" + document +
-      "\"); [print(\"/\".join(p) + (\"/\" if o.get_type(p) == 1 else \"  %d bytes\" % o.get_size(p)))"
-      " for p in o.listdir(streams=True, storages=True)]";
-  const std::string olefileOut = dir.File("olefile.out");
-  ASSERT_EQ(std::system(("/usr/bin/python3 -c '" + script + "' | sort >" + olefileOut).c_str()), 0);
-  const std::string theirs = ReadWholeFile(olefileOut);
+  const std::string list = Output({"storage", "list", document});
+  // olefile's view of the same document, in the same form; qor keeps the
+  // directory's order, so both are compared sorted.
+  const std::string theirs =
+      Olefile(dir, document,
+              "[print(\"/\".join(p) + (\"/\" if o.get_type(p) == 1 else \"  %d bytes\" % o.get_size(p)))"
+              " for p in o.listdir(streams=True, storages=True)]");
   EXPECT_NE(theirs.find("alpha/Contents  5 bytes\n"), std::string::npos) << theirs;
-  // The same entries; qor keeps the directory's order, olefile's are sorted here.
-  std::istringstream lines(list.out);
-  std::vector<std::string> entries;
-  for (std::string line; std::getline(lines, line);) entries.push_back(line + "\n");
-  std::sort(entries.begin(), entries.end());
-  std::string ours;
-  for (const std::string& line : entries) ours += line;
-  EXPECT_EQ(ours, theirs);
-  EXPECT_NE(list.out.find("alpha/\n"), std::string::npos) << list.out;
-  const QorResult notDocument = RunQor(dir, {"storage", "list", dir.File("olefile.out")});
-  EXPECT_EQ(notDocument.status, 1);
-  EXPECT_EQ(notDocument.err,
-            "qor: File contains invalid encoding: " + dir.File("olefile.out") + " is not a sound compound document\n");
+  EXPECT_NE(list.find("alpha/\n"), std::string::npos) << list;
+  EXPECT_EQ(SortedLines(list), SortedLines(theirs));
+  const std::string notDocument = Write("plain", "not a compound document");
+  EXPECT_EQ(Outcome(Run({"storage", "list", notDocument})),
+            Failure("qor: File contains invalid encoding: " + notDocument + " is not a sound compound document\n"));
 }
 
 TEST_F(ServiceCommandsTest, SerialReadAndSendTalkToTheInstrument) {
   Instrument reader(QORC_INSTRUMENT_SIM, {"expect=19", "expect=17", "send=\\nfirst reading\\r\\n", "expect=19",
                                           "expect=17", "send=\\nsecond\\r\\n", "expect=19", "closed"});
   ASSERT_FALSE(reader.port().empty());
-  const QorResult read = RunQor(dir, {"serial", "read", reader.port(), "--lines", "2", "--baud", "19200"});
-  EXPECT_EQ(read.status, 0) << read.err;
-  EXPECT_EQ(read.out, "first reading\nsecond\n");
+  EXPECT_EQ(Output({"serial", "read", reader.port(), "--lines", "2", "--baud", "19200"}), "first reading\nsecond\n");
   EXPECT_EQ(reader.Finish(), 0);
-
   Instrument listener(QORC_INSTRUMENT_SIM, {"expect=19", "expect=MEAS?", "closed"});
-  const QorResult send = RunQor(dir, {"serial", "send", listener.port(), "MEAS?"});
-  EXPECT_EQ(send.status, 0) << send.err;
+  EXPECT_EQ(Outcome(Run({"serial", "send", listener.port(), "MEAS?"})), kSuccess);
   EXPECT_EQ(listener.Finish(), 0);
-
-  const QorResult absent = RunQor(dir, {"serial", "send", dir.File("no-port"), "x"});
+  const QorResult absent = Run({"serial", "send", dir.File("no-port"), "x"});
   EXPECT_EQ(absent.status, 1);
   EXPECT_EQ(absent.err.rfind("qor: Cannot open serial line: ", 0), 0u) << absent.err;
 }
