@@ -2,53 +2,42 @@
 #include <poll.h>
 #include <pty.h>
 
+#include <sstream>
+
 #include "tool/qor_runner.h"
 
 namespace {
 
 using CommandLineTest = QorTest;
 
+// The words of a command line.
+std::vector<std::string> Words(const std::string& line) {
+  std::istringstream stream(line);
+  return {std::istream_iterator<std::string>(stream), std::istream_iterator<std::string>()};
+}
+
 TEST_F(CommandLineTest, HelpAndVersionSucceed) {
-  const QorResult help = Run({"--help"});
-  EXPECT_EQ(help.status, 0);
-  EXPECT_EQ(help.out.rfind("Works with the files and services of the qorc library.\nUsage: ", 0), 0u) << help.out;
+  const std::string help = Output({"--help"});
+  EXPECT_EQ(help.rfind("Works with the files and services of the qorc library.\nUsage: ", 0), 0u) << help;
   for (const char* command : {"pack", "unpack", "cat", "check", "info", "shield", "unshield", "crc", "adler", "lock",
                               "reg", "storage", "serial", "rsa"}) {
-    EXPECT_NE(help.out.find(std::string("\n  ") + command + " "), std::string::npos) << command;
+    EXPECT_NE(help.find(std::string("\n  ") + command + " "), std::string::npos) << command;
   }
-  // Each row: a command's help, and a text it must contain.
-  const std::vector<std::pair<std::vector<std::string>, std::string>> helps = {
-      {{"cat", "--help"}, "--offset"},
-      {{"cat", "--help"}, "--length"},
-      {{"rsa", "keygen", "--help"}, "Warning: this is textbook RSA"},
-      {{"rsa", "encrypt", "--help"}, "Warning: this is textbook RSA"},
-      {{"rsa", "decrypt", "--help"}, "Warning: this is textbook RSA"},
-      {{"--version"}, "qor 0."}};
-  for (const auto& [args, text] : helps) {
-    const QorResult result = Run(args);
-    EXPECT_EQ(result.status, 0) << args[0];
-    EXPECT_NE(result.out.find(text), std::string::npos) << result.out;
+  const std::string cat = Output({"cat", "--help"});
+  EXPECT_NE(cat.find("--offset"), std::string::npos) << cat;
+  EXPECT_NE(cat.find("--length"), std::string::npos) << cat;
+  for (const char* command : {"keygen", "encrypt", "decrypt"}) {
+    EXPECT_NE(Output({"rsa", command, "--help"}).find("Warning: this is textbook RSA"), std::string::npos) << command;
   }
-  EXPECT_EQ(Run({"--version"}).out.rfind("qor 0.", 0), 0u);
+  EXPECT_EQ(Output({"--version"}).rfind("qor 0.", 0), 0u);
 }
 
 TEST_F(CommandLineTest, UsageErrorsGiveOneLineAndExitCodeTwo) {
-  const std::vector<std::vector<std::string>> mistakes = {{},
-                                                          {"frobnicate"},
-                                                          {"pack"},
-                                                          {"pack", "only-one"},
-                                                          {"pack", "--bogus", "a", "b"},
-                                                          {"cat", "file", "--offset", "-5"},
-                                                          {"cat", "file", "--length", "many"},
-                                                          {"rsa"},
-                                                          {"rsa", "keygen", "4"},
-                                                          {"check"},
-                                                          {"lock", "status"},
-                                                          {"reg", "get", "Software"},
-                                                          {"serial", "read", "COM1", "--baud", "0"}};
-  for (const auto& args : mistakes) {
-    SCOPED_TRACE(testing::PrintToString(args));
-    const QorResult result = Run(args);
+  for (const char* line :
+       {"", "frobnicate", "pack", "pack only-one", "pack --bogus a b", "cat file --offset -5", "cat file --length many",
+        "rsa", "rsa keygen 4", "check", "lock status", "reg get Software", "serial read COM1 --baud 0"}) {
+    SCOPED_TRACE(line);
+    const QorResult result = Run(Words(line));
     EXPECT_EQ(result.status, 2);
     EXPECT_EQ(result.out, "");
     EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
