@@ -21,7 +21,7 @@ TEST_F(DataCommandsTest, ShieldAndUnshieldGiveBackTheOriginalBytes) {
   for (const std::size_t size : {0, 1, 59, 60, 61, 122880, 300001}) {
     SCOPED_TRACE(size);
     const std::string data = SampleData(size, static_cast<unsigned int>(size) + 1);
-    ASSERT_EQ(Run({"shield", "--force", Write("data", data), dir.File("data.txt")}).status, 0);
+    Output({"shield", "--force", Write("data", data), dir.File("data.txt")});
     const std::string text = ReadWholeFile(dir.File("data.txt"));
     // A header with the byte count, then lines of 80 printable characters.
     const std::string header = "QORSHIELD " + std::to_string(size) + "\n";
@@ -30,14 +30,14 @@ TEST_F(DataCommandsTest, ShieldAndUnshieldGiveBackTheOriginalBytes) {
       EXPECT_EQ(text.find('\n', header.size()), header.size() + 80);
     }
     for (const char c : text.substr(header.size())) EXPECT_TRUE(c == '\n' || (c > ' ' && c < 127));
-    EXPECT_EQ(Outcome(Run({"unshield", "--force", dir.File("data.txt"), dir.File("back")})), kSuccess);
+    Output({"unshield", "--force", dir.File("data.txt"), dir.File("back")});
     EXPECT_EQ(ReadWholeFile(dir.File("back")), data);
     // Through standard input and output.
-    EXPECT_EQ(Run({"shield", "-", "-"}, dir.File("data")).out, text);
-    EXPECT_EQ(Run({"unshield", "-", "-"}, dir.File("data.txt")).out, data);
+    EXPECT_EQ(Output({"shield", "-", "-"}, dir.File("data")), text);
+    EXPECT_EQ(Output({"unshield", "-", "-"}, dir.File("data.txt")), data);
   }
   // The same alphabet as the library's own string form of the bytes.
-  EXPECT_EQ(Run({"shield", Write("three", "\x01\x02\x03"), "-"}).out, "QORSHIELD 3\n18k0\n");
+  EXPECT_EQ(Output({"shield", Write("three", "\x01\x02\x03"), "-"}), "QORSHIELD 3\n18k0\n");
 }
 
 TEST_F(DataCommandsTest, UnshieldRefusesWhatIsNotShieldedDataAndLeavesNoOutput) {
@@ -74,8 +74,8 @@ TEST_F(DataCommandsTest, ChecksumsAgreeWithZlibAndCksum) {
   EXPECT_EQ(Output(crcArgs), expectedCrc);
   EXPECT_EQ(Output(adlerArgs), expectedAdler);
   // Standard input, by default and as "-".
-  EXPECT_EQ(Run({"crc"}, crcArgs[3]).out, crcs[2] + "  -\n");
-  EXPECT_EQ(Run({"crc", "-"}, crcArgs[4]).out, crcs[3] + "  -\n");
+  EXPECT_EQ(Output({"crc"}, crcArgs[3]), crcs[2] + "  -\n");
+  EXPECT_EQ(Output({"crc", "-"}, crcArgs[4]), crcs[3] + "  -\n");
   // The checksum of coreutils, where it knows CRC-32 (it prints decimal).
   const std::string cksum = dir.File("cksum.out");
   if (std::system(("cksum -a crc32b " + crcArgs[4] + " >" + cksum + " 2>/dev/null").c_str()) == 0) {
@@ -99,12 +99,12 @@ TEST_F(DataCommandsTest, RsaKeysEncryptAndDecrypt) {
   EXPECT_EQ(status.st_mode & 0777, 0600u);
   // A seed makes the pair again; existing keys are replaced only with --force.
   EXPECT_EQ(Run(keygen).status, 1);
-  ASSERT_EQ(Run({"rsa", "keygen", "512", "-o", dir.File("again"), "--seed", "42"}).status, 0);
+  Output({"rsa", "keygen", "512", "-o", dir.File("again"), "--seed", "42"});
   EXPECT_EQ(ReadWholeFile(dir.File("again.pub")), publicKey);
   for (const std::size_t size : {0, 1, 63, 64, 1000}) {
     SCOPED_TRACE(size);
     const std::string data = SampleData(size, 5);
-    ASSERT_EQ(Run({"rsa", "encrypt", "-f", prefix + ".pub", Write("plain", data), dir.File("secret")}).status, 0);
+    Output({"rsa", "encrypt", "-f", prefix + ".pub", Write("plain", data), dir.File("secret")});
     const std::string secret = ReadWholeFile(dir.File("secret"));
     // Header, then 64-byte blocks of 511 data bits each.
     EXPECT_EQ(secret.size(), 16 + 64 * ((size * 8 + 510) / 511));
@@ -113,11 +113,11 @@ TEST_F(DataCommandsTest, RsaKeysEncryptAndDecrypt) {
   }
   // Bare blocks: the padding of the last block comes back too.
   const std::string plain = Write("plain", "ten bytes!");
-  ASSERT_EQ(Run({"rsa", "encrypt", "--raw", prefix + ".pub", plain, dir.File("raw")}).status, 0);
+  Output({"rsa", "encrypt", "--raw", prefix + ".pub", plain, dir.File("raw")});
   EXPECT_EQ(std::filesystem::file_size(dir.File("raw")), 64u);
-  const QorResult raw = Run({"rsa", "decrypt", "--raw", prefix + ".key", dir.File("raw"), "-"});
-  EXPECT_EQ(raw.out.size(), 64u);
-  EXPECT_EQ(raw.out.substr(0, 10), "ten bytes!");
+  const std::string raw = Output({"rsa", "decrypt", "--raw", prefix + ".key", dir.File("raw"), "-"});
+  EXPECT_EQ(raw.size(), 64u);
+  EXPECT_EQ(raw.substr(0, 10), "ten bytes!");
   // What is not a key, or not a cipher of this key, is refused.
   EXPECT_EQ(Outcome(Run({"rsa", "encrypt", plain, plain, "-"})),
             Failure("qor: Invalid value: " + plain + " is not a key made by qor rsa keygen\n"));
