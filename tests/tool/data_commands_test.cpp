@@ -41,6 +41,7 @@ TEST_F(DataCommandsTest, ShieldAndUnshieldGiveBackTheOriginalBytes) {
 }
 
 TEST_F(DataCommandsTest, UnshieldRefusesWhatIsNotShieldedDataAndLeavesNoOutput) {
+  // Each row: the input, and the start of the one-line message ("#" stands for the input's path).
   const std::pair<std::string, std::string> cases[] = {
       {"hello\n",
        "File contains invalid encoding: # is not shielded data (it does not begin with a \"QORSHIELD "
@@ -54,6 +55,7 @@ TEST_F(DataCommandsTest, UnshieldRefusesWhatIsNotShieldedDataAndLeavesNoOutput) 
     const std::string expected =
         "qor: " + message.substr(0, message.find('#')) + input + message.substr(message.find('#') + 1);
     EXPECT_EQ(result.err.rfind(expected, 0), 0u) << result.err;
+    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
     EXPECT_EQ(DirectoryNames(dir), std::vector<std::string>{"in"});
   }
 }
