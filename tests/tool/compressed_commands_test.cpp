@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 #include <qorc/qorc.h>
 
-#include <cstring>
+#include <tuple>
 
 #include "tool/qor_runner.h"
 
@@ -18,57 +18,28 @@ long long RecordField(const std::string& file, long long offset) {
   return value;
 }
 
-class CompressedCommandsTest : public testing::Test {
+class CompressedCommandsTest : public QorTest {
  protected:
   // Packs data written to `name` into `name`.qz and returns the packed path.
   std::string Packed(const std::string& name, const std::string& data) {
-    WriteWholeFile(dir.File(name), data);
-    const QorResult packed = RunQor(dir, {"pack", dir.File(name), dir.File(name + ".qz")});
-    EXPECT_EQ(packed.status, 0) << packed.err;
+    EXPECT_EQ(Outcome(Run({"pack", Write(name, data), dir.File(name + ".qz")})), kSuccess);
     return dir.File(name + ".qz");
   }
-
-  // Overwrites bytes of a file in place.
-  static void Damage(const std::string& path, long long offset, const std::string& bytes) {
-    std::string content = ReadWholeFile(path);
-    content.replace(static_cast<std::size_t>(offset), bytes.size(), bytes);
-    WriteWholeFile(path, content);
-  }
-
-  TempDir dir;
 };
 
 TEST_F(CompressedCommandsTest, PackAndUnpackGiveBackTheOriginalBytes) {
-  const std::size_t sizes[] = {0, 1, kBlock - 1, kBlock, kBlock + 1, 3 * kBlock + 5, 1500000};
-  for (const std::size_t size : sizes) {
+  for (const std::size_t size : {0, 1, kBlock - 1, kBlock, kBlock + 1, 3 * kBlock + 5, 1500000}) {
     SCOPED_TRACE(size);
     const std::string data = SampleData(size, static_cast<unsigned int>(size));
     const std::string packed = Packed("data", data);
-    // The library itself reads what the tool wrote, through its temporary-file route.
     const std::string bytes = ReadWholeFile(packed);
-    ASSERT_GE(bytes.size(), static_cast<std::size_t>(kMagicSize));
     EXPECT_EQ(bytes.compare(0, kMagicSize, C_FILE::COMPRESS_MAGIC), 0);
-    {
-      C_STRING path;
-      path.FromUTF8(packed.c_str());
-      C_FILE file(path, C_FILE::READ, C_FILE::COMPRESSED);
-      std::string read(size + 1, '\0');
-      int got = 0;
-      file.Read(static_cast<int>(size + 1), read.data(), &got);
-      C_ERROR::ClearPending();
-      EXPECT_EQ(read.substr(0, static_cast<std::size_t>(got)), data);
-    }
-    const QorResult unpacked = RunQor(dir, {"unpack", packed, dir.File("back")});
-    EXPECT_EQ(unpacked.status, 0) << unpacked.err;
+    Output({"unpack", "--force", packed, dir.File("back")});
     EXPECT_EQ(ReadWholeFile(dir.File("back")), data);
     // Standard input and output in place of files.
-    const QorResult piped = RunQor(dir, {"pack", "-", "-"}, dir.File("data"), dir.File("piped.qz"));
-    EXPECT_EQ(piped.status, 0) << piped.err;
+    EXPECT_EQ(Run({"pack", "-", "-"}, dir.File("data"), dir.File("piped.qz")).status, 0);
     EXPECT_EQ(ReadWholeFile(dir.File("piped.qz")), bytes);
-    const QorResult back = RunQor(dir, {"unpack", "-", "-"}, packed);
-    EXPECT_EQ(back.status, 0) << back.err;
-    EXPECT_EQ(back.out, data);
-    std::filesystem::remove(dir.File("back"));
+    EXPECT_EQ(Output({"unpack", "-", "-"}, packed), data);
     std::filesystem::remove(packed);
   }
 }
@@ -81,75 +52,56 @@ TEST_F(CompressedCommandsTest, CatAtRandomOffsetsGivesTheOriginalBytes) {
     const std::size_t offset = random() % (data.size() + 100);
     const std::size_t length = random() % (2 * kBlock);
     SCOPED_TRACE(std::to_string(offset) + "+" + std::to_string(length));
-    const QorResult cat =
-        RunQor(dir, {"cat", packed, "--offset", std::to_string(offset), "--length", std::to_string(length)});
-    EXPECT_EQ(cat.status, 0) << cat.err;
-    EXPECT_EQ(cat.out, offset < data.size() ? data.substr(offset, length) : "");
+    EXPECT_EQ(Output({"cat", packed, "--offset", std::to_string(offset), "--length", std::to_string(length)}),
+              offset < data.size() ? data.substr(offset, length) : "");
   }
-  // Block boundaries, and the rest of the file without a length.
-  EXPECT_EQ(RunQor(dir, {"cat", packed, "--offset", std::to_string(kBlock - 3), "--length", "6"}).out,
+  // Across a block boundary, and the rest of the file without a length.
+  EXPECT_EQ(Output({"cat", packed, "--offset", std::to_string(kBlock - 3), "--length", "6"}),
             data.substr(kBlock - 3, 6));
-  EXPECT_EQ(RunQor(dir, {"cat", packed, "--offset", std::to_string(4 * kBlock)}).out, data.substr(4 * kBlock));
-  EXPECT_EQ(RunQor(dir, {"cat", packed}).out, data);
+  EXPECT_EQ(Output({"cat", packed, "--offset", std::to_string(4 * kBlock)}), data.substr(4 * kBlock));
+  EXPECT_EQ(Output({"cat", packed}), data);
   // A file with no blocks prints nothing at any offset.
-  const std::string empty = Packed("empty", "");
-  const QorResult nothing = RunQor(dir, {"cat", empty, "--offset", "10"});
-  EXPECT_EQ(nothing.status, 0) << nothing.err;
-  EXPECT_EQ(nothing.out, "");
+  EXPECT_EQ(Output({"cat", Packed("empty", ""), "--offset", "10"}), "");
 }
 
 TEST_F(CompressedCommandsTest, CheckNamesTheDamageAndUnpackLeavesNothingBehind) {
   const std::string data = SampleData(3 * kBlock, 3);
   const std::string packed = Packed("data", data);
-  const QorResult sound = RunQor(dir, {"check", packed});
-  EXPECT_EQ(sound.status, 0) << sound.err;
-  EXPECT_EQ(sound.out, packed + ": sound, 3 blocks, " + std::to_string(data.size()) + " bytes\n");
+  EXPECT_EQ(Output({"check", packed}), packed + ": sound, 3 blocks, " + std::to_string(data.size()) + " bytes\n");
 
   const std::string original = ReadWholeFile(packed);
   const long long second = kMagicSize + 8 + RecordField(original, kMagicSize + 4);
-  struct Case {
-    const char* what;
-    long long offset;
-    std::string bytes;
-    std::string message;
-  };
   const std::string place = " (block 1 at byte " + std::to_string(second) + ")";
-  const Case cases[] = {
+  // Each row: where the damage goes, the bytes put there, and the message.
+  const std::tuple<long long, std::string, std::string> cases[] = {
       // Altered data: the library still reads the block (deliberately lenient);
       // its checksum gives it away.
-      {"data", second + 500, "damaged!",
+      {second + 500, "damaged!",
        "qor: Error while decompressing: " + packed + place + ": the data do not match their Adler-32 checksum\n"},
-      {"length", second, std::string("\xff\xff\xff\x7f", 4),
+      {second, std::string("\xff\xff\xff\x7f", 4),
        "qor: Error while decompressing: " + packed + place + ": impossible lengths 2147483647 and " +
            std::to_string(RecordField(original, second + 4)) + " in the record\n"},
-      {"magic", 0, "QORCOMPRESS_V2.0",
+      {0, "QORCOMPRESS_V2.0",
        "qor: Error while decompressing: " + packed +
            " is not a compressed file (it does not begin with QORCOMPRESS_V1.0)\n"},
   };
-  for (const Case& damage : cases) {
-    SCOPED_TRACE(damage.what);
-    WriteWholeFile(packed, original);
-    Damage(packed, damage.offset, damage.bytes);
-    const QorResult check = RunQor(dir, {"check", packed});
-    EXPECT_EQ(check.status, 1);
-    EXPECT_EQ(check.err, damage.message);
-    const QorResult unpack = RunQor(dir, {"unpack", packed, dir.File("out")});
-    EXPECT_EQ(unpack.status, 1);
-    EXPECT_EQ(unpack.err, damage.message);
+  for (const auto& [offset, bytes, message] : cases) {
+    WriteWholeFile(packed, std::string(original).replace(static_cast<std::size_t>(offset), bytes.size(), bytes));
+    EXPECT_EQ(Outcome(Run({"check", packed})), Failure(message));
+    EXPECT_EQ(Outcome(Run({"unpack", packed, dir.File("out")})), Failure(message));
     EXPECT_EQ(DirectoryNames(dir), (std::vector<std::string>{"data", "data.qz"}));
   }
   // A file cut inside its last record.
   WriteWholeFile(packed, original.substr(0, original.size() - 10));
-  const QorResult cut = RunQor(dir, {"check", packed});
+  const QorResult cut = Run({"check", packed});
   EXPECT_EQ(cut.status, 1);
   EXPECT_NE(cut.err.find("qor: End of file reached: " + packed + " (block 2 at byte "), std::string::npos) << cut.err;
   EXPECT_NE(cut.err.find("): the record is cut short\n"), std::string::npos) << cut.err;
   // Several files: each is reported, and one failure fails the whole check.
   const std::string good = Packed("good", "some data");
-  const QorResult both = RunQor(dir, {"check", good, packed});
+  const QorResult both = Run({"check", good, packed});
   EXPECT_EQ(both.status, 1);
   EXPECT_EQ(both.out, good + ": sound, 1 blocks, 9 bytes\n");
-  EXPECT_EQ(RunQor(dir, {"check", dir.File("missing")}).err, "qor: Unable to open file: " + dir.File("missing") + "\n");
 }
 
 TEST_F(CompressedCommandsTest, InfoShowsBlocksSizesRatioAndFlushPoints) {
@@ -166,20 +118,19 @@ TEST_F(CompressedCommandsTest, InfoShowsBlocksSizesRatioAndFlushPoints) {
     file.Write(30, "ABCDEFGHIJKLMNOPQRSTUVWXYZ+-*/");
   }
   ASSERT_FALSE(C_ERROR::Is());
-  const long long size = static_cast<long long>(std::filesystem::file_size(path));
-  const QorResult info = RunQor(dir, {"info", path, "--blocks"});
-  EXPECT_EQ(info.status, 0) << info.err;
-  EXPECT_NE(info.out.find("compressed size:   " + std::to_string(size) + " bytes\n"), std::string::npos) << info.out;
-  EXPECT_NE(info.out.find("uncompressed size: 60 bytes\n"), std::string::npos) << info.out;
-  EXPECT_NE(info.out.find("blocks:            3 (of at most 131072 bytes)\n"), std::string::npos) << info.out;
-  EXPECT_NE(info.out.find("flush points:      2 at 10, 30\n"), std::string::npos) << info.out;
-  EXPECT_NE(info.out.find("       0             16              0       10"), std::string::npos) << info.out;
+  const std::string info = Output({"info", path, "--blocks"});
   // Full blocks are no flush points; a ratio below one shows the saving.
-  const std::string packed = Packed("text", std::string(3 * kBlock, 'x'));
-  const QorResult plain = RunQor(dir, {"info", packed});
-  EXPECT_NE(plain.out.find("blocks:            3 "), std::string::npos) << plain.out;
-  EXPECT_NE(plain.out.find("flush points:      0\n"), std::string::npos) << plain.out;
-  EXPECT_NE(plain.out.find("ratio:             0.1 % of the data"), std::string::npos) << plain.out;
+  const std::string plain = Output({"info", Packed("text", std::string(3 * kBlock, 'x'))});
+  const std::pair<const std::string*, std::string> lines[] = {
+      {&info, "compressed size:   " + std::to_string(std::filesystem::file_size(path)) + " bytes\n"},
+      {&info, "uncompressed size: 60 bytes\n"},
+      {&info, "blocks:            3 (of at most 131072 bytes)\n"},
+      {&info, "flush points:      2 at 10, 30\n"},
+      {&info, "       0             16              0       10"},
+      {&plain, "blocks:            3 "},
+      {&plain, "flush points:      0\n"},
+      {&plain, "ratio:             0.1 % of the data"}};
+  for (const auto& [out, line] : lines) EXPECT_NE(out->find(line), std::string::npos) << *out;
 }
 
 TEST_F(CompressedCommandsTest, OutputsAppearWholeOrNotAtAll) {
@@ -187,18 +138,15 @@ TEST_F(CompressedCommandsTest, OutputsAppearWholeOrNotAtAll) {
   const std::string packed = Packed("data", data);
   // An existing target is kept unless --force is given.
   WriteWholeFile(dir.File("out"), "keep me");
-  const QorResult refused = RunQor(dir, {"unpack", packed, dir.File("out")});
-  EXPECT_EQ(refused.status, 1);
-  EXPECT_EQ(refused.err, "qor: Unable to create file: " + dir.File("out") + " already exists (--force replaces it)\n");
+  EXPECT_EQ(Outcome(Run({"unpack", packed, dir.File("out")})),
+            Failure("qor: Unable to create file: " + dir.File("out") + " already exists (--force replaces it)\n"));
   EXPECT_EQ(ReadWholeFile(dir.File("out")), "keep me");
-  const QorResult forced = RunQor(dir, {"unpack", "--force", packed, dir.File("out")});
-  EXPECT_EQ(forced.status, 0) << forced.err;
+  Output({"unpack", "--force", packed, dir.File("out")});
   EXPECT_EQ(ReadWholeFile(dir.File("out")), data);
   // No room on the device: the failure is the library's, and no file is left.
-  const QorResult full = RunQor(dir, {"unpack", packed, "-"}, "/dev/null", "/dev/full");
-  EXPECT_EQ(full.status, 1);
-  EXPECT_EQ(full.err, "qor: Unable to write file: standard output\n");
-  const QorResult nowhere = RunQor(dir, {"pack", dir.File("data"), dir.File("no/such/dir/data.qz")});
+  EXPECT_EQ(Outcome(Run({"unpack", packed, "-"}, "/dev/null", "/dev/full")),
+            Failure("qor: Unable to write file: standard output\n"));
+  const QorResult nowhere = Run({"pack", dir.File("data"), dir.File("no/such/dir/data.qz")});
   EXPECT_EQ(nowhere.status, 1);
   EXPECT_EQ(nowhere.err.rfind("qor: Unable to create file: " + dir.File("no/such/dir/.data.qz.qor-"), 0), 0u)
       << nowhere.err;
@@ -209,8 +157,8 @@ TEST_F(CompressedCommandsTest, AnInterruptedPackLeavesNoFileBehind) {
   // Standard input is a pipe that stays open: pack waits in the middle of its work.
   int pipeEnds[2];
   ASSERT_EQ(pipe2(pipeEnds, O_CLOEXEC), 0);
-  const std::string input = "/dev/fd/" + std::to_string(pipeEnds[0]);
-  const pid_t pid = StartQor({"pack", "-", dir.File("out.qz")}, input, dir.File("stdout"), dir.File("stderr"));
+  const pid_t pid = StartQor({"pack", "-", dir.File("out.qz")}, "/dev/fd/" + std::to_string(pipeEnds[0]),
+                             dir.File("stdout"), dir.File("stderr"));
   close(pipeEnds[0]);
   const std::string chunk = SampleData(kBlock, 1);
   ASSERT_EQ(write(pipeEnds[1], chunk.data(), chunk.size()), static_cast<ssize_t>(chunk.size()));

@@ -1,5 +1,4 @@
 // qor shield, unshield, crc, adler and rsa, run as a program on real files.
-#include <gtest/gtest.h>
 #include <qorc/qorc.h>
 #include <sys/stat.h>
 #include <zlib.h>
@@ -10,10 +9,7 @@
 
 namespace {
 
-class DataCommandsTest : public testing::Test {
- protected:
-  TempDir dir;
-};
+using DataCommandsTest = QorTest;
 
 std::string Hex(unsigned long value) {
   char text[16];
@@ -25,9 +21,7 @@ TEST_F(DataCommandsTest, ShieldAndUnshieldGiveBackTheOriginalBytes) {
   for (const std::size_t size : {0, 1, 59, 60, 61, 122880, 300001}) {
     SCOPED_TRACE(size);
     const std::string data = SampleData(size, static_cast<unsigned int>(size) + 1);
-    WriteWholeFile(dir.File("data"), data);
-    const QorResult shield = RunQor(dir, {"shield", "--force", dir.File("data"), dir.File("data.txt")});
-    ASSERT_EQ(shield.status, 0) << shield.err;
+    Output({"shield", "--force", Write("data", data), dir.File("data.txt")});
     const std::string text = ReadWholeFile(dir.File("data.txt"));
     // A header with the byte count, then lines of 80 printable characters.
     const std::string header = "QORSHIELD " + std::to_string(size) + "\n";
@@ -36,81 +30,69 @@ TEST_F(DataCommandsTest, ShieldAndUnshieldGiveBackTheOriginalBytes) {
       EXPECT_EQ(text.find('\n', header.size()), header.size() + 80);
     }
     for (const char c : text.substr(header.size())) EXPECT_TRUE(c == '\n' || (c > ' ' && c < 127));
-    const QorResult unshield = RunQor(dir, {"unshield", "--force", dir.File("data.txt"), dir.File("back")});
-    EXPECT_EQ(unshield.status, 0) << unshield.err;
+    Output({"unshield", "--force", dir.File("data.txt"), dir.File("back")});
     EXPECT_EQ(ReadWholeFile(dir.File("back")), data);
     // Through standard input and output.
-    const QorResult piped = RunQor(dir, {"shield", "-", "-"}, dir.File("data"));
-    EXPECT_EQ(piped.out, text);
-    EXPECT_EQ(RunQor(dir, {"unshield", "-", "-"}, dir.File("data.txt")).out, data);
+    EXPECT_EQ(Output({"shield", "-", "-"}, dir.File("data")), text);
+    EXPECT_EQ(Output({"unshield", "-", "-"}, dir.File("data.txt")), data);
   }
-  // The library's own string form of the same bytes uses the same alphabet.
-  WriteWholeFile(dir.File("three"), std::string("\x01\x02\x03", 3));
-  EXPECT_EQ(RunQor(dir, {"shield", dir.File("three"), "-"}).out, "QORSHIELD 3\n18k0\n");
+  // The same alphabet as the library's own string form of the bytes.
+  EXPECT_EQ(Output({"shield", Write("three", "\x01\x02\x03"), "-"}), "QORSHIELD 3\n18k0\n");
 }
 
-TEST_F(DataCommandsTest, UnshieldRefusesWhatIsNotShieldedData) {
-  WriteWholeFile(dir.File("plain"), "hello\n");
-  const QorResult plain = RunQor(dir, {"unshield", dir.File("plain"), dir.File("out")});
-  EXPECT_EQ(plain.status, 1);
-  EXPECT_EQ(plain.err, "qor: File contains invalid encoding: " + dir.File("plain") +
-                           " is not shielded data (it does not begin with a \"QORSHIELD <byte count>\" line)\n");
-  WriteWholeFile(dir.File("bad"), "QORSHIELD 6\n18k0!!!!\n");
-  const QorResult bad = RunQor(dir, {"unshield", dir.File("bad"), dir.File("out")});
-  EXPECT_EQ(bad.status, 1);
-  EXPECT_EQ(bad.err.rfind("qor: File contains invalid encoding: " + dir.File("bad") + " (after 3 bytes)", 0), 0u)
-      << bad.err;
-  WriteWholeFile(dir.File("short"), "QORSHIELD 6\n18k0\n");
-  const QorResult cut = RunQor(dir, {"unshield", dir.File("short"), dir.File("out")});
-  EXPECT_EQ(cut.status, 1);
-  EXPECT_EQ(cut.err.rfind("qor: End of file reached: " + dir.File("short"), 0), 0u) << cut.err;
-  EXPECT_EQ(DirectoryNames(dir), (std::vector<std::string>{"bad", "plain", "short"}));
+TEST_F(DataCommandsTest, UnshieldRefusesWhatIsNotShieldedDataAndLeavesNoOutput) {
+  // Each row: the input, and the start of the one-line message ("#" stands for the input's path).
+  const std::pair<std::string, std::string> cases[] = {
+      {"hello\n",
+       "File contains invalid encoding: # is not shielded data (it does not begin with a \"QORSHIELD "
+       "<byte count>\" line)\n"},
+      {"QORSHIELD 6\n18k0!!!!\n", "File contains invalid encoding: # (after 3 bytes)"},
+      {"QORSHIELD 6\n18k0\n", "End of file reached: #"}};
+  for (const auto& [content, message] : cases) {
+    const std::string input = Write("in", content);
+    const QorResult result = Run({"unshield", input, dir.File("out")});
+    EXPECT_EQ(result.status, 1);
+    const std::string expected =
+        "qor: " + message.substr(0, message.find('#')) + input + message.substr(message.find('#') + 1);
+    EXPECT_EQ(result.err.rfind(expected, 0), 0u) << result.err;
+    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+    EXPECT_EQ(DirectoryNames(dir), std::vector<std::string>{"in"});
+  }
 }
 
 TEST_F(DataCommandsTest, ChecksumsAgreeWithZlibAndCksum) {
-  std::vector<std::string> files;
-  std::vector<std::string> crcs;
-  std::string expectedCrc;
-  std::string expectedAdler;
+  std::vector<std::string> crcArgs{"crc"}, adlerArgs{"adler"}, crcs;
+  std::string expectedCrc, expectedAdler;
   for (const std::size_t size : {0, 1, 1000, 5000000}) {
     const std::string data = SampleData(size, 99);
-    const std::string path = dir.File("file" + std::to_string(size));
-    WriteWholeFile(path, data);
-    files.push_back(path);
+    const std::string path = Write("file" + std::to_string(size), data);
+    crcArgs.push_back(path);
+    adlerArgs.push_back(path);
     const auto* bytes = reinterpret_cast<const Bytef*>(data.data());
     crcs.push_back(Hex(crc32(0, bytes, static_cast<uInt>(size))));
     expectedCrc += crcs.back() + "  " + path + "\n";
     expectedAdler += Hex(adler32(1, bytes, static_cast<uInt>(size))) + "  " + path + "\n";
   }
-  std::vector<std::string> crcArgs{"crc"};
-  crcArgs.insert(crcArgs.end(), files.begin(), files.end());
-  std::vector<std::string> adlerArgs{"adler"};
-  adlerArgs.insert(adlerArgs.end(), files.begin(), files.end());
-  const QorResult crc = RunQor(dir, crcArgs);
-  EXPECT_EQ(crc.status, 0) << crc.err;
-  EXPECT_EQ(crc.out, expectedCrc);
-  EXPECT_EQ(RunQor(dir, adlerArgs).out, expectedAdler);
+  EXPECT_EQ(Output(crcArgs), expectedCrc);
+  EXPECT_EQ(Output(adlerArgs), expectedAdler);
   // Standard input, by default and as "-".
-  EXPECT_EQ(RunQor(dir, {"crc"}, files[2]).out, crcs[2] + "  -\n");
-  EXPECT_EQ(RunQor(dir, {"crc", "-"}, files[3]).out, crcs[3] + "  -\n");
+  EXPECT_EQ(Output({"crc"}, crcArgs[3]), crcs[2] + "  -\n");
+  EXPECT_EQ(Output({"crc", "-"}, crcArgs[4]), crcs[3] + "  -\n");
   // The checksum of coreutils, where it knows CRC-32 (it prints decimal).
   const std::string cksum = dir.File("cksum.out");
-  const std::string command = "cksum -a crc32b " + files[3] + " >" + cksum + " 2>/dev/null";
-  if (std::system(command.c_str()) == 0) {
+  if (std::system(("cksum -a crc32b " + crcArgs[4] + " >" + cksum + " 2>/dev/null").c_str()) == 0) {
     EXPECT_EQ(Hex(std::stoul(ReadWholeFile(cksum))), crcs[3]);
   }
   // A missing file is reported, the others still printed.
-  const QorResult missing = RunQor(dir, {"crc", dir.File("none"), files[1]});
-  EXPECT_EQ(missing.status, 1);
-  EXPECT_EQ(missing.err, "qor: Unable to open file: " + dir.File("none") + "\n");
-  EXPECT_EQ(missing.out, crcs[1] + "  " + files[1] + "\n");
+  const QorResult missing = Run({"crc", dir.File("none"), crcArgs[2]});
+  EXPECT_EQ(Outcome(missing), Failure("qor: Unable to open file: " + dir.File("none") + "\n"));
+  EXPECT_EQ(missing.out, crcs[1] + "  " + crcArgs[2] + "\n");
 }
 
 TEST_F(DataCommandsTest, RsaKeysEncryptAndDecrypt) {
   const std::string prefix = dir.File("key");
-  const QorResult keygen = RunQor(dir, {"rsa", "keygen", "512", "-o", prefix, "--seed", "42"});
-  ASSERT_EQ(keygen.status, 0) << keygen.err;
-  EXPECT_EQ(keygen.out, prefix + ".pub: public key, 512 bits\n" + prefix + ".key: private key, 512 bits\n");
+  const std::vector<std::string> keygen{"rsa", "keygen", "512", "-o", prefix, "--seed", "42"};
+  EXPECT_EQ(Output(keygen), prefix + ".pub: public key, 512 bits\n" + prefix + ".key: private key, 512 bits\n");
   const std::string publicKey = ReadWholeFile(prefix + ".pub");
   ASSERT_EQ(publicKey.size(), 128u);
   EXPECT_NE(publicKey[0] & 0x80, 0);  // the modulus has all its bits
@@ -118,40 +100,34 @@ TEST_F(DataCommandsTest, RsaKeysEncryptAndDecrypt) {
   ASSERT_EQ(stat((prefix + ".key").c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 0777, 0600u);
   // A seed makes the pair again; existing keys are replaced only with --force.
-  EXPECT_EQ(RunQor(dir, {"rsa", "keygen", "512", "-o", prefix, "--seed", "42"}).status, 1);
-  ASSERT_EQ(RunQor(dir, {"rsa", "keygen", "512", "-o", dir.File("again"), "--seed", "42"}).status, 0);
+  EXPECT_EQ(Run(keygen).status, 1);
+  Output({"rsa", "keygen", "512", "-o", dir.File("again"), "--seed", "42"});
   EXPECT_EQ(ReadWholeFile(dir.File("again.pub")), publicKey);
-
   for (const std::size_t size : {0, 1, 63, 64, 1000}) {
     SCOPED_TRACE(size);
     const std::string data = SampleData(size, 5);
-    WriteWholeFile(dir.File("plain"), data);
-    ASSERT_EQ(RunQor(dir, {"rsa", "encrypt", "-f", prefix + ".pub", dir.File("plain"), dir.File("secret")}).status, 0);
+    Output({"rsa", "encrypt", "-f", prefix + ".pub", Write("plain", data), dir.File("secret")});
     const std::string secret = ReadWholeFile(dir.File("secret"));
     // Header, then 64-byte blocks of 511 data bits each.
     EXPECT_EQ(secret.size(), 16 + 64 * ((size * 8 + 510) / 511));
     EXPECT_EQ(secret.compare(0, 8, "QORRSA01"), 0);
-    const QorResult decrypt = RunQor(dir, {"rsa", "decrypt", prefix + ".key", dir.File("secret"), "-"});
-    EXPECT_EQ(decrypt.status, 0) << decrypt.err;
-    EXPECT_EQ(decrypt.out, data);
+    EXPECT_EQ(Output({"rsa", "decrypt", prefix + ".key", dir.File("secret"), "-"}), data);
   }
   // Bare blocks: the padding of the last block comes back too.
-  WriteWholeFile(dir.File("plain"), "ten bytes!");
-  ASSERT_EQ(RunQor(dir, {"rsa", "encrypt", "--raw", prefix + ".pub", dir.File("plain"), dir.File("raw")}).status, 0);
+  const std::string plain = Write("plain", "ten bytes!");
+  Output({"rsa", "encrypt", "--raw", prefix + ".pub", plain, dir.File("raw")});
   EXPECT_EQ(std::filesystem::file_size(dir.File("raw")), 64u);
-  const QorResult raw = RunQor(dir, {"rsa", "decrypt", "--raw", prefix + ".key", dir.File("raw"), "-"});
-  EXPECT_EQ(raw.out.size(), 64u);
-  EXPECT_EQ(raw.out.substr(0, 10), "ten bytes!");
+  const std::string raw = Output({"rsa", "decrypt", "--raw", prefix + ".key", dir.File("raw"), "-"});
+  EXPECT_EQ(raw.size(), 64u);
+  EXPECT_EQ(raw.substr(0, 10), "ten bytes!");
   // What is not a key, or not a cipher of this key, is refused.
-  const QorResult notKey = RunQor(dir, {"rsa", "encrypt", dir.File("plain"), dir.File("plain"), "-"});
-  EXPECT_EQ(notKey.status, 1);
-  EXPECT_EQ(notKey.err, "qor: Invalid value: " + dir.File("plain") + " is not a key made by qor rsa keygen\n");
-  const QorResult notCipher = RunQor(dir, {"rsa", "decrypt", prefix + ".key", dir.File("plain"), "-"});
-  EXPECT_EQ(notCipher.err, "qor: File contains invalid encoding: " + dir.File("plain") +
-                               " was not made by qor rsa encrypt (--raw reads bare blocks)\n");
-  const QorResult badSize = RunQor(dir, {"rsa", "keygen", "100", "-o", dir.File("odd")});
-  EXPECT_EQ(badSize.status, 1);
-  EXPECT_EQ(badSize.err, "qor: Invalid value: 100 bits: key sizes are multiples of 8\n");
+  EXPECT_EQ(Outcome(Run({"rsa", "encrypt", plain, plain, "-"})),
+            Failure("qor: Invalid value: " + plain + " is not a key made by qor rsa keygen\n"));
+  EXPECT_EQ(Outcome(Run({"rsa", "decrypt", prefix + ".key", plain, "-"})),
+            Failure("qor: File contains invalid encoding: " + plain +
+                    " was not made by qor rsa encrypt (--raw reads bare blocks)\n"));
+  EXPECT_EQ(Outcome(Run({"rsa", "keygen", "100", "-o", dir.File("odd")})),
+            Failure("qor: Invalid value: 100 bits: key sizes are multiples of 8\n"));
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #define QORC_TESTS_TOOL_QOR_RUNNER_H
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -14,6 +15,7 @@
 #include <iterator>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/temp_dir.h"
@@ -35,8 +37,7 @@ inline void WriteWholeFile(const std::string& path, const std::string& data) {
   std::ofstream(path, std::ios::binary).write(data.data(), static_cast<std::streamsize>(data.size()));
 }
 
-// Starts qor with the arguments; standard input comes from `input` (a path),
-// standard output goes to `output` when given, else it is captured.
+// Starts qor with its standard streams on the paths given.
 inline pid_t StartQor(const std::vector<std::string>& args, const std::string& input, const std::string& output,
                       const std::string& errors) {
   std::vector<std::string> words{QOR_PROGRAM};
@@ -61,21 +62,6 @@ inline int WaitForExit(pid_t pid) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-inline QorResult RunQor(const TempDir& dir, const std::vector<std::string>& args,
-                        const std::string& input = "/dev/null", const std::string& output = "") {
-  const std::string outputPath = output.empty() ? dir.File(".qor-stdout") : output;
-  const std::string errorPath = dir.File(".qor-stderr");
-  QorResult result;
-  result.status = WaitForExit(StartQor(args, input, outputPath, errorPath));
-  if (output.empty()) {
-    result.out = ReadWholeFile(outputPath);
-    unlink(outputPath.c_str());
-  }
-  result.err = ReadWholeFile(errorPath);
-  unlink(errorPath.c_str());
-  return result;
-}
-
 // Data that compresses somewhat, as real files do: runs of numbered text
 // lines between stretches of random bytes.
 inline std::string SampleData(std::size_t size, unsigned int seed) {
@@ -93,7 +79,7 @@ inline std::string SampleData(std::size_t size, unsigned int seed) {
   return data;
 }
 
-// The names in a directory, without the runner's own files.
+// The names in a directory, sorted.
 inline std::vector<std::string> DirectoryNames(const TempDir& dir) {
   std::vector<std::string> names;
   for (const auto& entry : std::filesystem::directory_iterator(dir.path())) {
@@ -102,5 +88,41 @@ inline std::vector<std::string> DirectoryNames(const TempDir& dir) {
   std::sort(names.begin(), names.end());
   return names;
 }
+
+// The exit code and standard error, compared in one step.
+inline std::pair<int, std::string> Outcome(const QorResult& result) { return {result.status, result.err}; }
+inline std::pair<int, std::string> Failure(const std::string& err) { return {1, err}; }
+inline const std::pair<int, std::string> kSuccess{0, ""};
+
+// A test with its own temporary directory to run qor in.
+class QorTest : public testing::Test {
+ protected:
+  // Runs qor and waits for it; its own files for the streams are gone when it returns.
+  QorResult Run(const std::vector<std::string>& args, const std::string& input = "/dev/null",
+                const std::string& output = "") {
+    const std::string outputPath = output.empty() ? dir.File(".qor-stdout") : output;
+    QorResult result;
+    result.status = WaitForExit(StartQor(args, input, outputPath, dir.File(".qor-stderr")));
+    result.out = output.empty() ? ReadWholeFile(outputPath) : "";
+    result.err = ReadWholeFile(dir.File(".qor-stderr"));
+    if (output.empty()) unlink(outputPath.c_str());
+    unlink(dir.File(".qor-stderr").c_str());
+    return result;
+  }
+  // Runs qor, expects it to succeed without a word on standard error, and
+  // returns its standard output.
+  std::string Output(const std::vector<std::string>& args, const std::string& input = "/dev/null") {
+    const QorResult result = Run(args, input);
+    EXPECT_EQ(Outcome(result), kSuccess) << testing::PrintToString(args);
+    return result.out;
+  }
+  // Writes `data` to the file `name` in the directory and returns its path.
+  std::string Write(const std::string& name, const std::string& data) {
+    WriteWholeFile(dir.File(name), data);
+    return dir.File(name);
+  }
+
+  TempDir dir;
+};
 
 #endif

@@ -1,15 +1,12 @@
 // qor lock, reg, storage and serial, run as a program against real lock
 // files, settings stores, compound documents read by olefile, and the
 // simulated serial instrument.
-#include <gtest/gtest.h>
 #include <qorc/qorc.h>
 #include <qorc/regkey.h>
 #include <qorc/storage.h>
 #include <signal.h>
 
-#include <algorithm>
 #include <cstring>
-#include <memory>
 #include <sstream>
 
 #include "support/instrument.h"
@@ -17,10 +14,7 @@
 
 namespace {
 
-class ServiceCommandsTest : public testing::Test {
- protected:
-  TempDir dir;
-};
+using ServiceCommandsTest = QorTest;
 
 C_STRING Library(const std::string& text) {
   C_STRING result;
@@ -28,23 +22,16 @@ C_STRING Library(const std::string& text) {
   return result;
 }
 
-std::string Utf8Of(const C_STRING& text) {
-  char* bytes = text.GetNewUTF8();
-  const std::string result = bytes != nullptr ? bytes : "";
-  delete[] bytes;
-  return result;
-}
-
-// A child process that locks the document and then waits to be killed.
+// A child process that locks the document and then waits to be killed;
+// returns once its entry is in the lock file.
 pid_t LockingChild(const std::string& document) {
   const pid_t pid = fork();
   if (pid == 0) {
     C_FILE::Lock(Library(document));
     for (;;) pause();
   }
-  // Waits until the child's entry is in the lock file.
-  for (int i = 0; i < 500; ++i) {
-    if (ReadWholeFile(document + ".lck").find("\\" + std::to_string(pid)) != std::string::npos) break;
+  for (int i = 0; i < 500 && ReadWholeFile(document + ".lck").find("\\" + std::to_string(pid)) == std::string::npos;
+       ++i) {
     usleep(10000);
   }
   return pid;
@@ -55,39 +42,50 @@ void Kill(pid_t pid) {
   waitpid(pid, nullptr, 0);
 }
 
+// What python's olefile prints for a script, with `o` the opened document.
+std::string Olefile(const TempDir& dir, const std::string& document, const std::string& script) {
+  const std::string out = dir.File("olefile.out");
+  const std::string program = "import olefile, sys; o = olefile.OleFileIO(\"" + document + "\"); " + script;
+  EXPECT_EQ(std::system(("/usr/bin/python3 -c '" + program + "' >" + out).c_str()), 0);
+  return ReadWholeFile(out);
+}
+
+std::vector<std::string> SortedLines(const std::string& text) {
+  std::istringstream stream(text);
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(stream, line);) lines.push_back(line);
+  std::sort(lines.begin(), lines.end());
+  return lines;
+}
+
 TEST_F(ServiceCommandsTest, LockStatusNamesStaleEntriesAndClearStaleRemovesOnlyThem) {
   const std::string document = dir.File("plan.dat");
-  EXPECT_EQ(RunQor(dir, {"lock", "status", document}).out, document + ": not locked\n");
+  EXPECT_EQ(Output({"lock", "status", document}), document + ": not locked\n");
   // An entry of another machine, then one of a child killed while it held the lock.
   WriteWholeFile(document + ".lck", "\\\\faraway\\bob\\77\n");
   const pid_t dead = LockingChild(document);
   Kill(dead);
   C_STRING own;
   C_FILE::BuildLockerName(&own);
-  const std::string self = Utf8Of(own);
-  const std::string machineAndUser = self.substr(0, self.rfind('\\') + 1);
+  char* self = own.GetNewUTF8();
+  const std::string machineAndUser(self, std::strrchr(self, '\\') + 1);
+  delete[] self;
   const std::string deadEntry = machineAndUser + std::to_string(dead);
-  const QorResult status = RunQor(dir, {"lock", "status", document});
-  EXPECT_EQ(status.status, 0) << status.err;
-  EXPECT_EQ(status.out, "\\\\faraway\\bob\\77  unknown (another machine)\n" + deadEntry + "  gone (stale)\n");
+  EXPECT_EQ(Output({"lock", "status", document}),
+            "\\\\faraway\\bob\\77  unknown (another machine)\n" + deadEntry + "  gone (stale)\n");
   // Asked first: "n" keeps the entry, "y" removes it.
-  WriteWholeFile(dir.File("no"), "n\n");
-  EXPECT_EQ(RunQor(dir, {"lock", "clear-stale", document}, dir.File("no")).out,
+  EXPECT_EQ(Run({"lock", "clear-stale", document}, Write("no", "n\n")).out,
             deadEntry + "  gone (stale)\nnothing removed\n");
-  WriteWholeFile(dir.File("yes"), "y\n");
-  const QorResult cleared = RunQor(dir, {"lock", "clear-stale", document}, dir.File("yes"));
-  EXPECT_EQ(cleared.status, 0) << cleared.err;
+  const QorResult cleared = Run({"lock", "clear-stale", document}, Write("yes", "y\n"));
+  EXPECT_EQ(Outcome(cleared), std::make_pair(0, "Remove 1 stale entries from " + document + ".lck? [y/N] "));
   EXPECT_EQ(cleared.out, deadEntry + "  gone (stale)\n1 stale entries removed\n");
-  EXPECT_EQ(cleared.err, "Remove 1 stale entries from " + document + ".lck? [y/N] ");
   // The lock file keeps its format: the other machine's entry alone.
   EXPECT_EQ(ReadWholeFile(document + ".lck"), "\\\\faraway\\bob\\77");
   // A running locker is never stale.
   const pid_t running = LockingChild(document);
-  const QorResult live = RunQor(dir, {"lock", "clear-stale", "--yes", document});
-  EXPECT_EQ(live.out, document + ": no stale entries\n");
-  EXPECT_NE(
-      RunQor(dir, {"lock", "status", document}).out.find(machineAndUser + std::to_string(running) + "  running\n"),
-      std::string::npos);
+  EXPECT_EQ(Output({"lock", "clear-stale", "--yes", document}), document + ": no stale entries\n");
+  EXPECT_NE(Output({"lock", "status", document}).find(machineAndUser + std::to_string(running) + "  running\n"),
+            std::string::npos);
   Kill(running);
 }
 
@@ -107,111 +105,68 @@ TEST_F(ServiceCommandsTest, RegExportAndImportRoundTrip) {
     child.WriteReadableString(Library("default"));
   }
   ASSERT_FALSE(C_ERROR::Is());
-  const QorResult list = RunQor(dir, {"reg", "--store", first, "list", "Software/Qorc/Test"});
-  EXPECT_EQ(list.status, 0) << list.err;
-  EXPECT_EQ(list.out, "Child\\\n\"Name\"\n\"Numbers\"\n");
-  const QorResult get = RunQor(dir, {"reg", "get", "Software\\Qorc\\Test", "name", "--store", first});
-  EXPECT_EQ(get.status, 0) << get.err;
-  EXPECT_EQ(get.out, "\"Name\"=\"caf\xC3\xA9 \\\"quoted\\\"\"\n");
-  EXPECT_EQ(RunQor(dir, {"reg", "--store", first, "get", "Software\\Qorc\\Test\\Child", ""}).out, "@=\"default\"\n");
-
-  const QorResult exported = RunQor(dir, {"reg", "--store", first, "export", "Software\\Qorc", dir.File("a.reg")});
-  ASSERT_EQ(exported.status, 0) << exported.err;
+  // Key paths with "/" or "\\", entry names in any case.
+  EXPECT_EQ(Output({"reg", "--store", first, "list", "Software/Qorc/Test"}), "Child\\\n\"Name\"\n\"Numbers\"\n");
+  EXPECT_EQ(Output({"reg", "get", "Software\\Qorc\\Test", "name", "--store", first}),
+            "\"Name\"=\"caf\xC3\xA9 \\\"quoted\\\"\"\n");
+  EXPECT_EQ(Output({"reg", "--store", first, "get", "Software\\Qorc\\Test\\Child", ""}), "@=\"default\"\n");
   const std::string second = dir.File("second.sqlite");
-  const QorResult imported = RunQor(dir, {"reg", "--store", second, "import", dir.File("a.reg")});
-  EXPECT_EQ(imported.status, 0) << imported.err;
-  ASSERT_EQ(RunQor(dir, {"reg", "--store", second, "export", "Software\\Qorc", dir.File("b.reg")}).status, 0);
+  Output({"reg", "--store", first, "export", "Software\\Qorc", dir.File("a.reg")});
+  Output({"reg", "--store", second, "import", dir.File("a.reg")});
+  Output({"reg", "--store", second, "export", "Software\\Qorc", dir.File("b.reg")});
   EXPECT_EQ(ReadWholeFile(dir.File("b.reg")), ReadWholeFile(dir.File("a.reg")));
-
-  const QorResult missing = RunQor(dir, {"reg", "--store", second, "list", "Software\\Nothing"});
-  EXPECT_EQ(missing.status, 1);
-  // Messages show paths with "/", key paths too (the tool takes both).
-  EXPECT_EQ(missing.err, "qor: Not found: no key Software/Nothing in " + second + "\n");
+  // Messages show key paths with "/".
+  EXPECT_EQ(Outcome(Run({"reg", "--store", second, "list", "Software\\Nothing"})),
+            Failure("qor: Not found: no key Software/Nothing in " + second + "\n"));
 }
 
-TEST_F(ServiceCommandsTest, StoragePutIsReadByOlefileAndGetGivesItBack) {
+TEST_F(ServiceCommandsTest, StorageRoundTripAndListAgreeWithOlefile) {
   const std::string data = SampleData(300000, 13);
-  WriteWholeFile(dir.File("data"), data);
-  const std::string document = dir.File("doc.cfb");
-  const QorResult put = RunQor(dir, {"storage", "put", document, dir.File("data")});
-  ASSERT_EQ(put.status, 0) << put.err;
-  const std::string script = "import olefile, sys; o = olefile.OleFileIO(\"" + document +
-                             "\"); sys.stdout.buffer.write(o.openstream(\"Contents\").read())";
-  const std::string olefileOut = dir.File("olefile.out");
-  ASSERT_EQ(std::system(("/usr/bin/python3 -c '" + script + "' >" + olefileOut).c_str()), 0);
-  EXPECT_EQ(ReadWholeFile(olefileOut), data);
-  const QorResult get = RunQor(dir, {"storage", "get", document, dir.File("back")});
-  EXPECT_EQ(get.status, 0) << get.err;
+  const std::string single = dir.File("doc.cfb");
+  Output({"storage", "put", single, Write("data", data)});
+  EXPECT_EQ(Olefile(dir, single, "sys.stdout.buffer.write(o.openstream(\"Contents\").read())"), data);
+  Output({"storage", "get", single, dir.File("back")});
   EXPECT_EQ(ReadWholeFile(dir.File("back")), data);
-  const QorResult notDocument = RunQor(dir, {"storage", "get", dir.File("data"), "-"});
-  EXPECT_EQ(notDocument.status, 1);
-  EXPECT_EQ(notDocument.err, "qor: Unable to open file: " + dir.File("data") + "\n");
-}
-
-TEST_F(ServiceCommandsTest, StorageListAgreesWithOlefile) {
+  // Streams in storages of a document made by the library, and "top" in its root.
   const std::string document = dir.File("parts.cfb");
-  {
-    // Streams in the document and in storages of it, made by the library.
-    IStorage* root = IStorage::Open(Library(document), true);
-    ASSERT_NE(root, nullptr);
-    for (const char* name : {"Beta", "alpha", "Gamma"}) {
-      IStorage* part = root->OpenStorage(Library(name), true);
-      ASSERT_NE(part, nullptr);
-      {
-        C_FILE contents(part, C_FILE::UPDATE);
-        contents.Write(static_cast<int>(std::strlen(name)), name);
-      }
-      part->Release();
-    }
-    {
-      C_FILE contents(root, C_FILE::UPDATE);
-      contents.Write(3, "top");
-    }
-    ASSERT_TRUE(root->Commit(IStorage::COMMIT_DEFAULT));
-    root->Release();
+  IStorage* root = IStorage::Open(Library(document), true);
+  ASSERT_NE(root, nullptr);
+  for (const std::string name : {"Beta", "alpha", "Gamma", "top"}) {
+    IStorage* part = name == "top" ? root : root->OpenStorage(Library(name), true);
+    ASSERT_NE(part, nullptr);
+    C_FILE(part, C_FILE::UPDATE).Write(static_cast<int>(name.size()), name.c_str());
+    if (part != root) part->Release();
   }
+  ASSERT_TRUE(root->Commit(IStorage::COMMIT_DEFAULT));
+  root->Release();
   ASSERT_FALSE(C_ERROR::Is());
-  const QorResult list = RunQor(dir, {"storage", "list", document});
-  EXPECT_EQ(list.status, 0) << list.err;
-  // olefile's view of the same document, in the same form.
-  const std::string script =
-      "import olefile; o = olefile.OleFileIO(\"" + document +
-      "\"); [print(\"/\".join(p) + (\"/\" if o.get_type(p) == 1 else \"  %d bytes\" % o.get_size(p)))"
-      " for p in o.listdir(streams=True, storages=True)]";
-  const std::string olefileOut = dir.File("olefile.out");
-  ASSERT_EQ(std::system(("/usr/bin/python3 -c '" + script + "' | sort >" + olefileOut).c_str()), 0);
-  const std::string theirs = ReadWholeFile(olefileOut);
+  // olefile's view of the same document, in the same form; qor keeps the
+  // directory's order, so both are compared sorted.
+  const std::string list = Output({"storage", "list", document});
+  const std::string theirs =
+      Olefile(dir, document,
+              "[print(\"/\".join(p) + (\"/\" if o.get_type(p) == 1 else \"  %d bytes\" % o.get_size(p)))"
+              " for p in o.listdir(streams=True, storages=True)]");
   EXPECT_NE(theirs.find("alpha/Contents  5 bytes\n"), std::string::npos) << theirs;
-  // The same entries; qor keeps the directory's order, olefile's are sorted here.
-  std::istringstream lines(list.out);
-  std::vector<std::string> entries;
-  for (std::string line; std::getline(lines, line);) entries.push_back(line + "\n");
-  std::sort(entries.begin(), entries.end());
-  std::string ours;
-  for (const std::string& line : entries) ours += line;
-  EXPECT_EQ(ours, theirs);
-  EXPECT_NE(list.out.find("alpha/\n"), std::string::npos) << list.out;
-  const QorResult notDocument = RunQor(dir, {"storage", "list", dir.File("olefile.out")});
-  EXPECT_EQ(notDocument.status, 1);
-  EXPECT_EQ(notDocument.err,
-            "qor: File contains invalid encoding: " + dir.File("olefile.out") + " is not a sound compound document\n");
+  EXPECT_NE(list.find("alpha/\n"), std::string::npos) << list;
+  EXPECT_EQ(SortedLines(list), SortedLines(theirs));
+  EXPECT_EQ(Outcome(Run({"storage", "get", dir.File("data"), "-"})),
+            Failure("qor: Unable to open file: " + dir.File("data") + "\n"));
+  EXPECT_EQ(
+      Outcome(Run({"storage", "list", dir.File("data")})),
+      Failure("qor: File contains invalid encoding: " + dir.File("data") + " is not a sound compound document\n"));
 }
 
 TEST_F(ServiceCommandsTest, SerialReadAndSendTalkToTheInstrument) {
   Instrument reader(QORC_INSTRUMENT_SIM, {"expect=19", "expect=17", "send=\\nfirst reading\\r\\n", "expect=19",
                                           "expect=17", "send=\\nsecond\\r\\n", "expect=19", "closed"});
   ASSERT_FALSE(reader.port().empty());
-  const QorResult read = RunQor(dir, {"serial", "read", reader.port(), "--lines", "2", "--baud", "19200"});
-  EXPECT_EQ(read.status, 0) << read.err;
-  EXPECT_EQ(read.out, "first reading\nsecond\n");
+  EXPECT_EQ(Output({"serial", "read", reader.port(), "--lines", "2", "--baud", "19200"}), "first reading\nsecond\n");
   EXPECT_EQ(reader.Finish(), 0);
-
   Instrument listener(QORC_INSTRUMENT_SIM, {"expect=19", "expect=MEAS?", "closed"});
-  const QorResult send = RunQor(dir, {"serial", "send", listener.port(), "MEAS?"});
-  EXPECT_EQ(send.status, 0) << send.err;
+  Output({"serial", "send", listener.port(), "MEAS?"});
   EXPECT_EQ(listener.Finish(), 0);
-
-  const QorResult absent = RunQor(dir, {"serial", "send", dir.File("no-port"), "x"});
+  const QorResult absent = Run({"serial", "send", dir.File("no-port"), "x"});
   EXPECT_EQ(absent.status, 1);
   EXPECT_EQ(absent.err.rfind("qor: Cannot open serial line: ", 0), 0u) << absent.err;
 }
