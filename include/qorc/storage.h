@@ -58,6 +58,7 @@ class QORC_API IStorage {
 
  private:
   explicit IStorage(Impl* impl);
+  static IStorage* Adopt(Impl* impl);
   ~IStorage();
   Impl* impl_;
 };

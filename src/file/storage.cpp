@@ -268,6 +268,14 @@ IStorage::~IStorage() { delete impl_; }
 
 void IStorage::Release() { delete this; }
 
+// The object a host holds for one storage of an open document; it owns the
+// implementation, which is released again when the object cannot be made.
+IStorage* IStorage::Adopt(Impl* impl) {
+  IStorage* storage = new (std::nothrow) IStorage(impl);
+  if (storage == nullptr) delete impl;
+  return storage;
+}
+
 IStorage* IStorage::Open(const C_STRING& path, C_BOOL create) {
   C_STRING expanded(path);
   C_FILE::ExpandPath(&expanded);
@@ -294,10 +302,7 @@ IStorage* IStorage::Open(const C_STRING& path, C_BOOL create) {
       CerrFileCannotOpen.TriggerMild(&expanded);
       return nullptr;
     }
-    Impl* impl = new Impl(document, document->root);
-    IStorage* storage = new (std::nothrow) IStorage(impl);
-    if (storage == nullptr) delete impl;
-    return storage;
+    return Adopt(new Impl(document, document->root));
   } catch (const std::bad_alloc&) {
     CerrMemoryFull.Trigger();
     return nullptr;
@@ -322,10 +327,7 @@ IStorage* IStorage::OpenStorage(const C_STRING& name, C_BOOL create) {
       CerrFileCannotOpen.TriggerMild(&name);
       return nullptr;
     }
-    Impl* impl = new Impl(impl_->document, child);
-    IStorage* storage = new (std::nothrow) IStorage(impl);
-    if (storage == nullptr) delete impl;
-    return storage;
+    return Adopt(new Impl(impl_->document, child));
   } catch (const std::bad_alloc&) {
     CerrMemoryFull.Trigger();
     return nullptr;

@@ -192,15 +192,20 @@ void C_FILE::GetLockers(const C_STRING& path, int* count, C_STRING** lockers) {
   ReadLockers(lockPath, count, lockers);
 }
 
+// This process's locker name; without one the failure is reported as the
+// document's lock failure, as every lock operation reports its own.
+static bool NameThisLocker(const C_STRING& path, C_STRING* locker) {
+  C_FILE::BuildLockerName(locker);
+  if (!C_ERROR::Is()) return true;
+  CerrFileLock.RetriggerMild(&path);
+  C_ERROR::ReportPending();
+  return false;
+}
+
 void C_FILE::Lock(const C_STRING& path) {
   const C_STRING lockPath = LockPathOf(path);
   C_STRING locker;
-  BuildLockerName(&locker);
-  if (C_ERROR::Is()) {
-    CerrFileLock.RetriggerMild(&path);
-    C_ERROR::ReportPending();
-    return;
-  }
+  if (!NameThisLocker(path, &locker)) return;
   // The guard makes the lock file when there is none, so that there is a
   // file to hold it on; an empty lock file means nobody holds the document.
   LockFileGuard guard(lockPath, GuardMode::Exclusive, true);
@@ -216,12 +221,7 @@ void C_FILE::Unlock(const C_STRING& path) {
   const C_STRING lockPath = LockPathOf(path);
   if (!Exists(lockPath)) return;
   C_STRING locker;
-  BuildLockerName(&locker);
-  if (C_ERROR::Is()) {
-    CerrFileLock.RetriggerMild(&path);
-    C_ERROR::ReportPending();
-    return;
-  }
+  if (!NameThisLocker(path, &locker)) return;
   RemoveEntries(lockPath, 1, &locker);
 }
 
