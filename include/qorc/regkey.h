@@ -1,8 +1,10 @@
 // C_REGKEY: settings keys with typed binary entries, and their exchange with
 // the text files of the Windows registry editor.
 //
-// On this platform the settings live in store files of the library's own (one
-// SQLite database per store). A host wires its roots once:
+// On Windows the keys are those of the system registry: USER and MACHINE are
+// HKEY_CURRENT_USER and HKEY_LOCAL_MACHINE from the start, and a HANDLE is an
+// HKEY. Elsewhere the settings live in store files of the library's own (one
+// SQLite database per store), and a host wires its roots once:
 //
 //   C_REGKEY::InitUser(C_REGKEY::OpenStore(C_REGKEY::DefaultStorePath(C_REGKEY::USER)));
 //   C_REGKEY::InitMachine(C_REGKEY::OpenStore(C_REGKEY::DefaultStorePath(C_REGKEY::MACHINE)));
@@ -10,7 +12,8 @@
 // Key and entry names compare without case and keep the case they were
 // created with. Subkeys are enumerated in the order of their names compared
 // without case (each UTF-16 unit upper-cased, then by code unit); entries in
-// the order they were first stored (storing an entry again keeps its place).
+// the order they were first stored (storing an entry again keeps its place),
+// except in the Windows registry, where the system chooses the order.
 // Every failure of a key operation is reported at debug level: the pending
 // error is CerrInternalError, whatever went wrong.
 #ifndef QORC_REGKEY_H
@@ -21,14 +24,22 @@
 #include <qorc/types.h>
 
 class C_REGKEY;
+#ifdef _WIN32
+struct HKEY__;
+#endif
 QORC_API void CregkeyExport(const C_REGKEY* key, const C_STRING& path);
 QORC_API void CregkeyImport(const C_REGKEY* key, const C_STRING& path);
 
 class QORC_API C_REGKEY {
  public:
-  // One open key of a store, as the platform hands it out.
+  // One open key, as the platform hands it out: an HKEY on Windows, a key of
+  // a store file elsewhere.
+#ifdef _WIN32
+  using HANDLE = HKEY__*;
+#else
   struct STORE_KEY;
   using HANDLE = STORE_KEY*;
+#endif
 
   // Access asked for at Open; any other value counts as READ_WRITE.
   enum MODE { READ = 0, WRITE = 1, READ_WRITE = 2 };
@@ -46,19 +57,22 @@ class QORC_API C_REGKEY {
   // Closes the key when it is open: pending data is stored.
   ~C_REGKEY();
 
-  // Set the root handles; only the first call with a handle counts.
+  // Set the root handles; only the first call with a handle counts. On
+  // Windows the roots are set from the start, so these keep them.
   static void InitUser(HANDLE handle);
   static void InitMachine(HANDLE handle);
 
   // Opens or creates the store file at `path` (library form, expanded through
   // the roots; missing folders are created) and returns the handle of its top
-  // key. The same file opened again gives the same handle. Handles live until
-  // Cclose. Null, with CerrFileCannotOpen and the path pending, when the file
-  // cannot be opened or is not a settings store.
+  // key: on Windows the file is an application hive of the registry. The same
+  // file opened again gives the same handle. Handles live until Cclose. Null,
+  // with CerrFileCannotOpen and the path pending, when the file cannot be
+  // opened or is not a settings store.
   static HANDLE OpenStore(const C_STRING& path);
   // The conventional store of a root: $XDG_CONFIG_HOME/qorc/settings.sqlite
   // (else ~/.config/qorc/settings.sqlite) for USER,
-  // /var/lib/qorc/settings.sqlite for MACHINE; VOID for any other key.
+  // /var/lib/qorc/settings.sqlite for MACHINE; VOID for any other key, and
+  // VOID on Windows, whose roots are the registry's own.
   static C_STRING DefaultStorePath(const C_REGKEY* root);
 
   // Opens a subkey ("\"-separated path; empty: the parent key itself) of a

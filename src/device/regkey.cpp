@@ -58,8 +58,9 @@ unsigned RoundedSize(unsigned size) { return (size + 3u) & ~3u; }
 
 C_REGKEY userRoot;
 C_REGKEY machineRoot;
-C_REGKEY::HANDLE userKey = nullptr;
-C_REGKEY::HANDLE machineKey = nullptr;
+// Where the system has a registry, its roots serve from the start.
+C_REGKEY::HANDLE userKey = store::SystemUserSettingsKey();
+C_REGKEY::HANDLE machineKey = store::SystemMachineSettingsKey();
 
 }  // namespace
 
@@ -79,8 +80,8 @@ C_REGKEY::HANDLE RootHandle(const C_REGKEY* key) {
 }
 
 void CloseSettings() {
-  userKey = nullptr;
-  machineKey = nullptr;
+  userKey = store::SystemUserSettingsKey();
+  machineKey = store::SystemMachineSettingsKey();
   store::CloseAllSettingsStores();
 }
 

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <new>
 
+#include "file/storage_internal.h"
 #include "file/storage_stream.h"
 #include "platform/file_stream.h"
 
@@ -23,31 +24,27 @@ constexpr int kHeadBytes = 20;
 // The stream wrapper -----------------------------------------------------------
 
 C_FILE::StorageStream* C_FILE::StorageStream::Open(IStorage* storage, MODE mode) {
-  IStorage::Impl* impl = storage->GetImpl();
+  qorc::platform::DocumentStorage* document = storage->GetImpl()->storage.get();
   try {
-    std::shared_ptr<qorc::file::StorageNode> stream;
+    std::unique_ptr<qorc::platform::DocumentStream> stream;
     if (mode == READ) {
-      stream = impl->OpenStream(kContents);
-      if (stream == nullptr) stream = impl->CreateStream(kContents);
+      stream = document->OpenStream(kContents);
+      if (stream == nullptr) stream = document->CreateStream(kContents);
     } else if (mode == UPDATE) {
       // Written anew each time: what the stream held before is dropped.
-      stream = impl->CreateStream(kContents);
+      stream = document->CreateStream(kContents);
     }
     if (stream == nullptr) return nullptr;
-    StorageStream* wrapper = new (std::nothrow) StorageStream(impl, stream, mode == UPDATE);
-    if (wrapper == nullptr) impl->CloseStream(stream.get());
-    return wrapper;
+    return new (std::nothrow) StorageStream(std::move(stream), mode == UPDATE);
   } catch (const std::bad_alloc&) {
     return nullptr;
   }
 }
 
-C_FILE::StorageStream::~StorageStream() { storage_->CloseStream(stream_.get()); }
-
 void C_FILE::StorageStream::Read(int count, void* data, int* got) {
   if (got != nullptr) *got = 0;
   if (count <= 0) return;
-  const int read = qorc::file::ReadStreamAt(stream_.get(), position_, count, data);
+  const int read = stream_->ReadAt(position_, count, data);
   if (read < 0) {
     CerrFileCannotRead.TriggerMild(&C_STRING::VOID);
     return;
@@ -65,7 +62,7 @@ void C_FILE::StorageStream::Write(int count, const void* data, int* put) {
     CerrFileCannotWrite.TriggerMild(&C_STRING::VOID);
     return;
   }
-  if (!qorc::file::WriteStreamAt(storage_->document.get(), stream_.get(), position_, count, data)) {
+  if (!stream_->WriteAt(position_, count, data)) {
     if (C_ERROR::Is()) return;
     if (qorc::platform::LastFailureWasNoSpace()) {
       CerrFileNotEnoughSpace.TriggerMild(&C_STRING::VOID);

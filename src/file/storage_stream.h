@@ -9,7 +9,7 @@
 
 #include <memory>
 
-#include "file/storage_internal.h"
+#include "platform/compound_storage.h"
 
 class C_FILE::StorageStream {
  public:
@@ -17,7 +17,7 @@ class C_FILE::StorageStream {
   // always makes it anew. Null for any other mode and when the stream is
   // open already.
   static StorageStream* Open(IStorage* storage, MODE mode);
-  ~StorageStream();
+  ~StorageStream() = default;
   StorageStream(const StorageStream&) = delete;
   StorageStream& operator=(const StorageStream&) = delete;
 
@@ -26,15 +26,14 @@ class C_FILE::StorageStream {
   void Write(int count, const void* data, int* put);
   // Positions before the start are refused with CerrFileCannotSeek.
   void Seek(long long position);
-  void SeekEnd() { position_ = stream_->size; }
+  void SeekEnd() { position_ = stream_->Size(); }
   long long Position() const { return position_; }
 
  private:
-  StorageStream(IStorage::Impl* storage, std::shared_ptr<qorc::file::StorageNode> stream, bool writable)
-      : storage_(storage), stream_(std::move(stream)), writable_(writable) {}
+  StorageStream(std::unique_ptr<qorc::platform::DocumentStream> stream, bool writable)
+      : stream_(std::move(stream)), writable_(writable) {}
 
-  IStorage::Impl* storage_;
-  std::shared_ptr<qorc::file::StorageNode> stream_;
+  std::unique_ptr<qorc::platform::DocumentStream> stream_;
   bool writable_;
   long long position_ = 0;
 };

@@ -10,11 +10,12 @@
 #include <qorc/regkey.h>
 
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace qorc::platform {
 
-using SettingsKey = C_REGKEY::STORE_KEY;
+using SettingsKey = std::remove_pointer_t<C_REGKEY::HANDLE>;
 
 // Access rights of a key handle, with their Windows numbers.
 constexpr unsigned kSettingsQuery = 0x0001;
@@ -63,9 +64,15 @@ std::u16string SettingsKeyPath(const SettingsKey* key);
 // Whether two keys belong to the same store.
 bool SameSettingsStore(const SettingsKey* a, const SettingsKey* b);
 
-// The conventional store files, in library form; empty when no home is known.
+// The conventional store files, in library form; empty when no home is known
+// or the system's own roots serve instead.
 std::u16string UserSettingsStorePath();
 std::u16string MachineSettingsStorePath();
+
+// The roots the user and machine keys stand for before a host sets them: the
+// system's own where it has a registry, null where the host must wire them.
+SettingsKey* SystemUserSettingsKey();
+SettingsKey* SystemMachineSettingsKey();
 
 }  // namespace qorc::platform
 

@@ -755,4 +755,8 @@ std::u16string UserSettingsStorePath() {
 
 std::u16string MachineSettingsStorePath() { return posix::LibraryPath("/var/lib/qorc/settings.sqlite"); }
 
+// Without a system registry the host wires both roots.
+SettingsKey* SystemUserSettingsKey() { return nullptr; }
+SettingsKey* SystemMachineSettingsKey() { return nullptr; }
+
 }  // namespace qorc::platform
