@@ -24,7 +24,7 @@
 #include <vector>
 
 #include "platform/compound_document.h"
-#include "platform/posix/compound_structure.h"
+#include "platform/gsf/compound_structure.h"
 #include "platform/posix/native_path.h"
 
 namespace qorc::platform {

@@ -4,7 +4,7 @@
 // the file would open with some of its contents wrong or missing, and be
 // written back that way at the next commit. This walks the header, the
 // allocation tables, the directory tree and every stream's chain once.
-#include "platform/posix/compound_structure.h"
+#include "platform/gsf/compound_structure.h"
 
 #include <cstring>
 #include <new>
