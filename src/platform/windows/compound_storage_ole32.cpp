@@ -5,7 +5,9 @@
 // document, which writes them all. The system's reader follows damaged sector
 // chains (a loop hangs it, a stream longer than its chain reads short), so
 // every file passes the library's structure check before the system opens it.
-#include "platform/windows/windows_support.h"
+#include "platform/compound_storage.h"
+#include "platform/gsf/compound_structure.h"
+#include "platform/windows/win32.h"
 
 #include <objbase.h>
 
@@ -13,9 +15,6 @@
 #include <memory>
 #include <new>
 #include <string>
-
-#include "platform/compound_storage.h"
-#include "platform/gsf/compound_structure.h"
 
 namespace qorc::platform {
 
@@ -36,6 +35,7 @@ using ComPtr = std::unique_ptr<T, ComReleaser<T>>;
 // The document's root storage: every storage and stream of the document
 // holds it, since the system reverts what is open below a released root.
 struct Document {
+  std::wstring path;
   ComPtr<IStorage> root;
   bool writable = false;
 };
@@ -156,8 +156,12 @@ class OleStorage : public DocumentStorage {
 
   // The storages below the root are direct: their changes are already the
   // root's, whose commit writes the file.
+  // A file made read-only since it was opened is not written either, though
+  // the system's open handle still could.
   bool Commit(int flags) override {
     if (!document_->writable) return false;
+    const DWORD attributes = GetFileAttributesW(document_->path.c_str());
+    if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_READONLY) != 0) return false;
     return SUCCEEDED(document_->root->Commit(static_cast<DWORD>(flags)));
   }
 
@@ -206,6 +210,7 @@ std::unique_ptr<DocumentStorage> OpenDocumentStorage(const char16_t* path, bool 
   if (path == nullptr || path[0] == u'\0') return nullptr;
   try {
     auto document = std::make_shared<Document>();
+    document->path = Wide(path);
     const DWORD attributes = GetFileAttributesW(Wide(path));
     IStorage* root = nullptr;
     if (attributes != INVALID_FILE_ATTRIBUTES) {

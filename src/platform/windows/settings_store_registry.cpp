@@ -2,16 +2,17 @@
 // an HKEY; the user and machine roots are HKEY_CURRENT_USER and
 // HKEY_LOCAL_MACHINE, and a store file is an application hive. Access rights
 // are the registry's own, so each mode gets what the system grants.
-#include <winternl.h>
+//
+// The seam's header comes before <windows.h>: the library's public headers
+// cannot follow it, since its VOID macro would replace members of that name.
+#include "platform/settings_store.h"
+#include "platform/windows/win32.h"
 
 #include <cstring>
 #include <map>
 #include <new>
 #include <string>
 #include <vector>
-
-#include "platform/settings_store.h"
-#include "platform/windows/windows_support.h"
 
 namespace qorc::platform {
 
