@@ -120,8 +120,9 @@ class QORC_API C_REGKEY {
   C_BOOL ReadTextValue(C_STRING* text);
   void CopyFrom(const C_REGKEY& other);
   void ListNames(C_BOOL subkeys, int* count, C_STRING** names);
-  friend void ::CregkeyExport(const C_REGKEY* key, const C_STRING& path);
-  friend void ::CregkeyImport(const C_REGKEY* key, const C_STRING& path);
+  // The exchange with registry files reaches the key's handle through this
+  // (a friend class: a friend function would drop its import attribute).
+  friend struct RegkeyExchangeAccess;
 
   HANDLE key_;
   MODE mode_;

@@ -112,9 +112,13 @@ bool ApplySection(Handle target, const qorc::regfile::Section& section) {
 
 }  // namespace
 
+struct RegkeyExchangeAccess {
+  static Handle KeyHandle(const C_REGKEY* key) { return key->KeyHandle(); }
+};
+
 void CregkeyExport(const C_REGKEY* key, const C_STRING& path) {
   if (key == nullptr) return Fail("C#Err#Key is not open");
-  const Handle handle = key->KeyHandle();
+  const Handle handle = RegkeyExchangeAccess::KeyHandle(key);
   if (handle == nullptr) return;
   C_STRING expanded(path);
   C_FILE::ExpandPath(&expanded);
@@ -137,7 +141,7 @@ void CregkeyExport(const C_REGKEY* key, const C_STRING& path) {
 
 void CregkeyImport(const C_REGKEY* key, const C_STRING& path) {
   if (key == nullptr) return Fail("C#Err#Key is not open");
-  const Handle handle = key->KeyHandle();
+  const Handle handle = RegkeyExchangeAccess::KeyHandle(key);
   if (handle == nullptr) return;
   C_STRING expanded(path);
   C_FILE::ExpandPath(&expanded);

@@ -5,16 +5,16 @@
 // document, which writes them all. The system's reader follows damaged sector
 // chains (a loop hangs it, a stream longer than its chain reads short), so
 // every file passes the library's structure check before the system opens it.
-#include "platform/compound_storage.h"
-#include "platform/gsf/compound_structure.h"
-#include "platform/windows/win32.h"
-
 #include <objbase.h>
 
 #include <cstdio>
 #include <memory>
 #include <new>
 #include <string>
+
+#include "platform/compound_storage.h"
+#include "platform/gsf/compound_structure.h"
+#include "platform/windows/win32.h"
 
 namespace qorc::platform {
 
@@ -125,12 +125,11 @@ class OleStorage : public DocumentStorage {
 
   std::unique_ptr<DocumentStorage> OpenStorage(const std::u16string& name, bool create) override {
     IStorage* child = nullptr;
-    HRESULT result =
-        storage_->OpenStorage(Wide(name), nullptr, Access() | STGM_SHARE_EXCLUSIVE, nullptr, 0, &child);
+    HRESULT result = storage_->OpenStorage(Wide(name), nullptr, Access() | STGM_SHARE_EXCLUSIVE, nullptr, 0, &child);
     if (result == STG_E_FILENOTFOUND && create && document_->writable) {
       // Never in place of a stream of that name.
-      result = storage_->CreateStorage(Wide(name), STGM_FAILIFTHERE | STGM_READWRITE | STGM_SHARE_EXCLUSIVE, 0, 0,
-                                       &child);
+      result =
+          storage_->CreateStorage(Wide(name), STGM_FAILIFTHERE | STGM_READWRITE | STGM_SHARE_EXCLUSIVE, 0, 0, &child);
     }
     if (FAILED(result)) return nullptr;
     return std::make_unique<OleStorage>(document_, ComPtr<IStorage>(child));
@@ -147,8 +146,8 @@ class OleStorage : public DocumentStorage {
   std::unique_ptr<DocumentStream> CreateStream(const std::u16string& name) override {
     if (!document_->writable) return nullptr;
     IStream* stream = nullptr;
-    if (FAILED(storage_->CreateStream(Wide(name), STGM_CREATE | STGM_READWRITE | STGM_SHARE_EXCLUSIVE, 0, 0,
-                                      &stream))) {
+    if (FAILED(
+            storage_->CreateStream(Wide(name), STGM_CREATE | STGM_READWRITE | STGM_SHARE_EXCLUSIVE, 0, 0, &stream))) {
       return nullptr;
     }
     return std::make_unique<OleStream>(document_, ComPtr<IStream>(stream));
@@ -184,8 +183,8 @@ IStorage* OpenExisting(const char16_t* path, bool* writable) {
   if (FAILED(result)) {
     // A read-only file is read; its changes are refused by the commit.
     *writable = false;
-    result = StgOpenStorageEx(Wide(path), kDocumentShare | STGM_READ, STGFMT_DOCFILE, 0, nullptr, nullptr,
-                              IID_IStorage, reinterpret_cast<void**>(&root));
+    result = StgOpenStorageEx(Wide(path), kDocumentShare | STGM_READ, STGFMT_DOCFILE, 0, nullptr, nullptr, IID_IStorage,
+                              reinterpret_cast<void**>(&root));
   }
   return SUCCEEDED(result) ? root : nullptr;
 }

@@ -2,15 +2,15 @@
 // device control block (line settings, DTR and RTS, XON/XOFF) and time-outs.
 // A port handle travels as the seam's integer; the invalid handle is -1, the
 // closed value.
-#include "platform/serial_line.h"
-#include "platform/windows/win32.h"
-
 #include <algorithm>
 #include <cstdint>
 #include <map>
 #include <new>
 #include <string>
 #include <vector>
+
+#include "platform/serial_line.h"
+#include "platform/windows/win32.h"
 
 namespace qorc::platform {
 
@@ -88,8 +88,8 @@ void AddSystemPortNumbers(std::vector<int>* numbers) {
       DWORD nameUnits = 256;
       DWORD valueBytes = sizeof value - sizeof(wchar_t);
       DWORD type = 0;
-      if (RegEnumValueW(map, index, name, &nameUnits, nullptr, &type, reinterpret_cast<BYTE*>(value),
-                        &valueBytes) != ERROR_SUCCESS) {
+      if (RegEnumValueW(map, index, name, &nameUnits, nullptr, &type, reinterpret_cast<BYTE*>(value), &valueBytes) !=
+          ERROR_SUCCESS) {
         break;
       }
       if (type == REG_SZ) numbers->push_back(ComNumber(windows::Units(value)));

@@ -5,14 +5,14 @@
 //
 // The seam's header comes before <windows.h>: the library's public headers
 // cannot follow it, since its VOID macro would replace members of that name.
-#include "platform/settings_store.h"
-#include "platform/windows/win32.h"
-
 #include <cstring>
 #include <map>
 #include <new>
 #include <string>
 #include <vector>
+
+#include "platform/settings_store.h"
+#include "platform/windows/win32.h"
 
 namespace qorc::platform {
 
