@@ -26,7 +26,6 @@ HKEY AsHkey(SettingsKey* key) { return reinterpret_cast<HKEY>(key); }
 SettingsKey* AsKey(HKEY key) { return reinterpret_cast<SettingsKey*>(key); }
 
 const wchar_t* Wide(const std::u16string& text) { return reinterpret_cast<const wchar_t*>(text.c_str()); }
-const wchar_t* Wide(const char16_t* text) { return reinterpret_cast<const wchar_t*>(text); }
 
 SettingsResult ResultOf(LSTATUS status) {
   switch (status) {
