@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "foundation/library.h"
+#include "path/directory_listing.h"
 #include "path/path_text.h"
 #include "platform/directory.h"
 #include "platform/filesystem.h"
@@ -70,7 +71,7 @@ void List(const C_STRING& dir, const C_STRING& pattern, bool directories, int* c
   C_FILE::MakePath(dir, pattern, &search);
   C_FILE::ExpandPath(&search);
   qorc::platform::DirectoryListing listing;
-  if (!qorc::platform::FindEntries(search.GetWCHAR(), &listing)) return;
+  if (!qorc::FindEntries(search.GetWCHAR(), &listing)) return;
   int capacity = 0;
   if (!Reserve(0, kFirstCapacity, &capacity, names)) return;
   for (const DirectoryEntry& entry : listing.entries) {

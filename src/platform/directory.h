@@ -1,4 +1,4 @@
-// The seam's directory services: listing a directory by a wildcard pattern,
+// The seam's directory services: enumerating a directory,
 // creating one directory, and telling two directories apart. Paths come and
 // go in the library's form ("\" as separator).
 #ifndef QORC_PLATFORM_DIRECTORY_H
@@ -26,20 +26,11 @@ struct DirectoryListing {
   const char16_t* NameOf(const DirectoryEntry& entry) const { return names.data() + entry.offset; }
 };
 
-// Lists the entries of a directory whose names match a pattern, the way the
-// Windows find-first enumeration does: `search` is the directory, a
-// separator and the pattern ("dir\*.dll"). The pattern knows "*" (any run
-// of characters) and "?" (one character), compares letters without case,
-// and a trailing ".*" also matches names without a dot, so "*.*" matches
-// every name. "." and ".." are listed like any other name. The entries come
-// sorted by name, letters without case and ties in code-unit order, because
-// the order in which POSIX lists a directory changes from one call to the
-// next. False, with nothing listed, when the directory cannot be read or no
-// entry matches.
-bool FindEntries(const char16_t* search, DirectoryListing* out);
-
-// Whether `name` matches `pattern` by the rules of FindEntries.
-bool MatchesPattern(const std::u16string& name, const std::u16string& pattern);
+// Every entry of a directory ("." and ".." too, where the system lists
+// them), in the order the system gives them; the library matches and sorts
+// them itself (path/directory_listing.h). False when the directory cannot be
+// read.
+bool ListDirectory(const char16_t* dir, DirectoryListing* out);
 
 // Creates one directory (its parent must exist). False when it cannot.
 bool MakeDirectory(const char16_t* path);

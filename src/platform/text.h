@@ -42,6 +42,8 @@ enum class CharClass { Alpha, Lower, Upper, Space, Digit, AlphaNum, Hexa, Contro
 bool CharIs(char16_t c, CharClass cls);
 char16_t CharToLower(char16_t c);
 char16_t CharToUpper(char16_t c);
+// The case-folded form of one unit, for comparisons without case.
+char16_t CharFold(char16_t c);
 
 // Locale collation of two texts: negative, 0 or positive. Case-insensitive
 // collation compares at secondary strength.

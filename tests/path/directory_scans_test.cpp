@@ -13,7 +13,7 @@
 
 #include "file/file_test_util.h"
 #include "path/roots.h"
-#include "platform/directory.h"
+#include "path/directory_listing.h"
 #include "support/child_process.h"
 
 namespace {
@@ -298,7 +298,7 @@ TEST(ScanPatterns, WindowsRules) {
       {u"\u00C9t\u00E9", u"\u00E9T\u00C9", true}, {u"", u"*", true}, {u"a", u"", false}, {u"a*b", u"a*b", true}};
   // clang-format on
   for (const auto& [name, pattern, matches] : cases) {
-    EXPECT_EQ(qorc::platform::MatchesPattern(name, pattern), matches)
+    EXPECT_EQ(qorc::MatchesPattern(name, pattern), matches)
         << Narrow(C_STRING(name)) << " ~ " << Narrow(C_STRING(pattern));
   }
 }

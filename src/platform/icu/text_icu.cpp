@@ -333,6 +333,11 @@ char16_t CharToUpper(char16_t c) {
   return mapped <= 0xFFFF ? static_cast<char16_t>(mapped) : c;
 }
 
+char16_t CharFold(char16_t c) {
+  const UChar32 folded = u_foldCase(c, U_FOLD_CASE_DEFAULT);
+  return folded <= 0xFFFF ? static_cast<char16_t>(folded) : c;
+}
+
 int Collate(const char16_t* a, int aLength, const char16_t* b, int bLength, bool ignoreCase) {
   UCollator* collator = OpenCollator(ignoreCase);
   if (collator == nullptr) {
