@@ -327,7 +327,7 @@ TEST_F(RegistryTest, EntriesWrittenByTheLibraryAreThoseOfRegExeAndTheOtherWayRou
   EXPECT_NE(output.find("Name    REG_SZ    plain text"), std::string::npos) << output;
 
   ASSERT_EQ(
-      RunProgram(L"reg.exe add " + RegPath() + L" /v Added /t REG_BINARY /d 2A000000030000007800790007 /f", &output), 0)
+      RunProgram(L"reg.exe add " + RegPath() + L" /v Added /t REG_BINARY /d 2A00000003000000780079007A0001 /f", &output), 0)
       << output;
   ASSERT_EQ(RunProgram(L"reg.exe add " + RegPath() + L" /v Said /t REG_SZ /d \"-42\" /f", &output), 0) << output;
   key.Open(C_REGKEY::USER, C_STRING(base_.c_str()), C_REGKEY::READ, false);
@@ -346,7 +346,7 @@ TEST_F(RegistryTest, EntriesWrittenByTheLibraryAreThoseOfRegExeAndTheOtherWayRou
   key.Read(&number);
   EXPECT_EQ(number, -42);
   // reg.exe stores what it was given, without the library's padding.
-  EXPECT_EQ(Stored(HKEY_CURRENT_USER, base_, u"Added").second.size(), 13u);
+  EXPECT_EQ(Stored(HKEY_CURRENT_USER, base_, u"Added").second.size(), 15u);
 }
 
 // The writer run by the two processes of the next test, in a process of its
@@ -382,11 +382,14 @@ TEST_F(RegistryTest, TwoProcessesWritingOneKeyLoseNoWrite) {
   for (const wchar_t* prefix : {L"a", L"b"}) {
     SetEnvironmentVariableW(L"QORC_REGKEY_WRITER",
                             (std::wstring(Wide(base_)) + L"|" + prefix + L"|" + std::to_wstring(kEach)).c_str());
+    // The writers' reports stay out of this test's output.
     STARTUPINFOW startup = {};
     startup.cb = sizeof startup;
+    startup.dwFlags = STARTF_USESTDHANDLES;
     PROCESS_INFORMATION process = {};
     std::wstring line = command;
-    ASSERT_TRUE(CreateProcessW(nullptr, &line[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &process));
+    ASSERT_TRUE(CreateProcessW(nullptr, &line[0], nullptr, nullptr, FALSE, CREATE_NO_WINDOW, nullptr, nullptr, &startup,
+                               &process));
     writers.push_back(process);
   }
   SetEnvironmentVariableW(L"QORC_REGKEY_WRITER", nullptr);
