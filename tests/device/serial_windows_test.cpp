@@ -143,7 +143,10 @@ TEST(SerialWindows, LineSettingsReachTheDeviceAndParityIsRefusedByAPseudoTermina
 
 TEST(SerialWindows, RefusedSettingsAndUnopenablePortsLeaveThePortClosed) {
   SKIP_WITHOUT_LINUX_HOST();
-  auto instrument = StartInstrument({"expect=19", "closed"});
+  // Wine lets the port be opened twice (see below): the second opening sends
+  // its "19" too.
+  auto instrument = StartInstrument(RunningUnderWine() ? Steps{"expect=19", "expect=19", "closed"}
+                                                       : Steps{"expect=19", "closed"});
   const C_STRING port = instrument->port();
   const struct {
     C_SERIAL::BAUDRATE baud;
@@ -275,12 +278,20 @@ TEST(SerialWindows, SilentInstrumentTimesOutAfterOneSecondAndAVanishedPortGivesE
       EXPECT_FALSE(C_ERROR::Is());
       EXPECT_GE(elapsed, 950);
       EXPECT_LE(elapsed, 3000);
+    } else if (RunningUnderWine()) {
+      // Wine difference: a read from a pseudo-terminal whose other side has
+      // closed waits out the time-out and returns nothing, where the port
+      // of an unplugged adapter fails at once on Windows.
+      EXPECT_FALSE(C_ERROR::Is());
     } else {
       EXPECT_LT(elapsed, 950);
       ExpectSerialError(CerrSerialCannotRead, port);
     }
   }
   EXPECT_EQ(instrument->Finish(), 0);
+  // Writing to the vanished port fails.
+  serial.Write(u"anyone?");
+  ExpectSerialError(CerrSerialCannotWrite, port);
 }
 
 }  // namespace

@@ -50,11 +50,11 @@ int ComNumber(const std::u16string& name) {
 }
 
 // "COMn" is opened in the device namespace, where every port number works;
-// a name that begins with "\" or "/" is a device path of its own.
+// any other name is the system's to resolve (a device path, another DOS
+// device name), as a port name always was on Windows.
 std::wstring DeviceName(const char16_t* name) {
   const std::u16string text(name);
   if (ComNumber(text) > 0) return L"\\\\.\\" + std::wstring(windows::Wide(name));
-  if (text.empty() || (text[0] != u'\\' && text[0] != u'/')) return std::wstring();
   return std::wstring(windows::Wide(name));
 }
 
