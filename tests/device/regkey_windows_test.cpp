@@ -326,8 +326,9 @@ TEST_F(RegistryTest, EntriesWrittenByTheLibraryAreThoseOfRegExeAndTheOtherWayRou
   ASSERT_EQ(RunProgram(L"reg.exe query " + RegPath() + L" /v Name", &output), 0) << output;
   EXPECT_NE(output.find("Name    REG_SZ    plain text"), std::string::npos) << output;
 
-  ASSERT_EQ(
-      RunProgram(L"reg.exe add " + RegPath() + L" /v Added /t REG_BINARY /d 2A00000003000000780079007A0001 /f", &output), 0)
+  ASSERT_EQ(RunProgram(L"reg.exe add " + RegPath() + L" /v Added /t REG_BINARY /d 2A00000003000000780079007A0001 /f",
+                       &output),
+            0)
       << output;
   ASSERT_EQ(RunProgram(L"reg.exe add " + RegPath() + L" /v Said /t REG_SZ /d \"-42\" /f", &output), 0) << output;
   key.Open(C_REGKEY::USER, C_STRING(base_.c_str()), C_REGKEY::READ, false);

@@ -113,9 +113,10 @@ long long MillisecondsSince(steady_clock::time_point start) {
 void Pause(int ms) { std::this_thread::sleep_for(milliseconds(ms)); }
 
 // The instrument runs on the Linux host, which only Wine gives.
-#define SKIP_WITHOUT_LINUX_HOST()                                                                                    \
-  if (!RunningUnderWine()) GTEST_SKIP() << "the simulated instrument runs on the Linux host of Wine; here there is " \
-                                           "none"
+#define SKIP_WITHOUT_LINUX_HOST()                                                           \
+  if (!RunningUnderWine())                                                                  \
+  GTEST_SKIP() << "the simulated instrument runs on the Linux host of Wine; here there is " \
+                  "none"
 
 TEST(SerialWindows, LineSettingsReachTheDeviceAndParityIsRefusedByAPseudoTerminal) {
   SKIP_WITHOUT_LINUX_HOST();
@@ -145,8 +146,8 @@ TEST(SerialWindows, RefusedSettingsAndUnopenablePortsLeaveThePortClosed) {
   SKIP_WITHOUT_LINUX_HOST();
   // Wine lets the port be opened twice (see below): the second opening sends
   // its "19" too.
-  auto instrument = StartInstrument(RunningUnderWine() ? Steps{"expect=19", "expect=19", "closed"}
-                                                       : Steps{"expect=19", "closed"});
+  auto instrument =
+      StartInstrument(RunningUnderWine() ? Steps{"expect=19", "expect=19", "closed"} : Steps{"expect=19", "closed"});
   const C_STRING port = instrument->port();
   const struct {
     C_SERIAL::BAUDRATE baud;

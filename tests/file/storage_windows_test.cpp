@@ -98,7 +98,7 @@ TEST_F(StorageWindowsTest, GsfDocumentsAreChangedKeepingEveryOtherStream) {
   WriteBytes(dir.File("Contents"), "written by gsf");
   WriteBytes(dir.File("Other"), other);
   const std::string folder = UnixPath(WidePath(dir.path().string()));
-  ASSERT_EQ(OnHost("cd " + ShellQuoted(folder) + " && gsf createole doc.ole Contents Other >/dev/null"), "");
+  ASSERT_EQ(OnHost("cd " + ShellQuoted(folder) + " && gsf createole doc.ole Contents Other >/dev/null 2>&1"), "");
   {
     Storage storage = OpenStorage(doc, false);
     ASSERT_NE(storage, nullptr);

@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <memory>
 #include <new>
+#include <set>
 #include <string>
 
 #include "platform/compound_storage.h"
@@ -60,10 +61,26 @@ void NoteFailure(HRESULT result) {
   if (result == STG_E_MEDIUMFULL) SetLastError(ERROR_DISK_FULL);
 }
 
+// The streams of one storage that are open now, by upper-cased name. The
+// system refuses to open an open stream again but, under Wine, replaces it
+// when asked to create it; the library holds one stream for one file at a
+// time on every system.
+using OpenNames = std::set<std::wstring>;
+
+std::wstring UpperCased(const std::u16string& name) {
+  std::wstring upper(Wide(name));
+  if (!upper.empty()) CharUpperBuffW(&upper[0], static_cast<DWORD>(upper.size()));
+  return upper;
+}
+
 class OleStream : public DocumentStream {
  public:
-  OleStream(std::shared_ptr<Document> document, ComPtr<IStream> stream)
-      : document_(std::move(document)), stream_(std::move(stream)) {}
+  OleStream(std::shared_ptr<Document> document, ComPtr<IStream> stream, std::shared_ptr<OpenNames> open,
+            std::wstring name)
+      : document_(std::move(document)), stream_(std::move(stream)), open_(std::move(open)), name_(std::move(name)) {
+    open_->insert(name_);
+  }
+  ~OleStream() override { open_->erase(name_); }
 
   int ReadAt(long long position, int count, void* data) override {
     if (position < 0 || count < 0) return -1;
@@ -116,6 +133,8 @@ class OleStream : public DocumentStream {
 
   std::shared_ptr<Document> document_;
   ComPtr<IStream> stream_;
+  std::shared_ptr<OpenNames> open_;
+  std::wstring name_;
 };
 
 class OleStorage : public DocumentStorage {
@@ -136,21 +155,24 @@ class OleStorage : public DocumentStorage {
   }
 
   std::unique_ptr<DocumentStream> OpenStream(const std::u16string& name) override {
+    const std::wstring key = UpperCased(name);
+    if (open_->count(key) != 0) return nullptr;
     IStream* stream = nullptr;
     if (FAILED(storage_->OpenStream(Wide(name), nullptr, Access() | STGM_SHARE_EXCLUSIVE, 0, &stream))) {
       return nullptr;
     }
-    return std::make_unique<OleStream>(document_, ComPtr<IStream>(stream));
+    return std::make_unique<OleStream>(document_, ComPtr<IStream>(stream), open_, key);
   }
 
   std::unique_ptr<DocumentStream> CreateStream(const std::u16string& name) override {
-    if (!document_->writable) return nullptr;
+    const std::wstring key = UpperCased(name);
+    if (!document_->writable || open_->count(key) != 0) return nullptr;
     IStream* stream = nullptr;
     if (FAILED(
             storage_->CreateStream(Wide(name), STGM_CREATE | STGM_READWRITE | STGM_SHARE_EXCLUSIVE, 0, 0, &stream))) {
       return nullptr;
     }
-    return std::make_unique<OleStream>(document_, ComPtr<IStream>(stream));
+    return std::make_unique<OleStream>(document_, ComPtr<IStream>(stream), open_, key);
   }
 
   // The storages below the root are direct: their changes are already the
@@ -169,6 +191,7 @@ class OleStorage : public DocumentStorage {
 
   std::shared_ptr<Document> document_;
   ComPtr<IStorage> storage_;
+  std::shared_ptr<OpenNames> open_ = std::make_shared<OpenNames>();
 };
 
 // Several holders may open one document, each with its own transaction; the
