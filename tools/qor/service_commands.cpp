@@ -38,17 +38,23 @@ C_STRING KeyPath(const std::string& key) {
   return path;
 }
 
-// Opens the store of a reg command and a key in it.
+// Opens the store of a reg command and a key in it. Without --store, the
+// user's or the machine's settings: their conventional store file, or the
+// system registry's own root where there is no such file (Windows).
 bool OpenKey(const RegStore& store, const std::string& key, C_REGKEY::MODE mode, bool create, C_REGKEY* opened) {
-  const C_STRING path = store.path.empty()
-                            ? C_REGKEY::DefaultStorePath(store.machine ? C_REGKEY::MACHINE : C_REGKEY::USER)
-                            : LibraryText(store.path);
-  const C_REGKEY::HANDLE root = C_REGKEY::OpenStore(path);
-  if (root == nullptr) return false;
-  opened->Open(root, KeyPath(key), mode, create);
+  const C_REGKEY* const systemRoot = store.machine ? C_REGKEY::MACHINE : C_REGKEY::USER;
+  const C_STRING path = store.path.empty() ? C_REGKEY::DefaultStorePath(systemRoot) : LibraryText(store.path);
+  if (path.IsVoid() && store.path.empty()) {
+    opened->Open(systemRoot, KeyPath(key), mode, create);
+  } else {
+    const C_REGKEY::HANDLE root = C_REGKEY::OpenStore(path);
+    if (root == nullptr) return false;
+    opened->Open(root, KeyPath(key), mode, create);
+  }
   if (C_ERROR::Is()) {
     C_ERROR::ClearPending();
-    return Fail(CerrStringNotFound, "no key " + key + " in " + Utf8(path));
+    const std::string where = path.IsVoid() ? (store.machine ? "HKEY_LOCAL_MACHINE" : "HKEY_CURRENT_USER") : Utf8(path);
+    return Fail(CerrStringNotFound, "no key " + key + " in " + where);
   }
   return true;
 }
