@@ -24,9 +24,6 @@
 #include <qorc/types.h>
 
 class C_REGKEY;
-#ifdef _WIN32
-struct HKEY__;
-#endif
 QORC_API void CregkeyExport(const C_REGKEY* key, const C_STRING& path);
 QORC_API void CregkeyImport(const C_REGKEY* key, const C_STRING& path);
 
@@ -35,7 +32,7 @@ class QORC_API C_REGKEY {
   // One open key, as the platform hands it out: an HKEY on Windows, a key of
   // a store file elsewhere.
 #ifdef _WIN32
-  using HANDLE = HKEY__*;
+  using HANDLE = struct HKEY__*;  // HKEY
 #else
   struct STORE_KEY;
   using HANDLE = STORE_KEY*;
