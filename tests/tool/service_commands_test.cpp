@@ -127,6 +127,9 @@ TEST_F(ServiceCommandsTest, StorageRoundTripAndListAgreeWithOlefile) {
   EXPECT_EQ(Olefile(dir, single, "sys.stdout.buffer.write(o.openstream(\"Contents\").read())"), data);
   Output({"storage", "get", single, dir.File("back")});
   EXPECT_EQ(ReadWholeFile(dir.File("back")), data);
+  // A stream shorter than the compressed format's header comes back too.
+  Output({"storage", "put", single, Write("short", "13 bytes long")});
+  EXPECT_EQ(Output({"storage", "get", single, "-"}), "13 bytes long");
   // Streams in storages of a document made by the library, and "top" in its root.
   const std::string document = dir.File("parts.cfb");
   IStorage* root = IStorage::Open(Library(document), true);

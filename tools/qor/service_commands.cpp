@@ -348,6 +348,9 @@ bool StorageGet(const std::string& document, const std::string& out, bool replac
   bool done = output.Open(out, replace);
   if (done) {
     C_FILE contents(storage, C_FILE::READ);
+    // A stream too short to hold the compressed format's header leaves the
+    // end pending at opening; it is copied all the same.
+    if (CerrFileEndReached.IsPending()) C_ERROR::ClearPending();
     // The stream as it is, also when it holds a compressed file (opening
     // then leaves the position behind the format's header).
     contents.SetPosit(0);
