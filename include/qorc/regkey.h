@@ -106,8 +106,18 @@ class QORC_API C_REGKEY {
   C_BOOL ReadTextValue(C_STRING* text);
   void CopyFrom(const C_REGKEY& other);
   void ListNames(C_BOOL subkeys, int* count, C_STRING** names);
+#if defined(_WIN32) && defined(__GNUC__)
+  // GCC takes no import attribute on a friend declaration and warns that the
+  // one of the declaration above is dropped; the call still goes through the
+  // import library.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wattributes"
+#endif
   friend void ::CregkeyExport(const C_REGKEY* key, const C_STRING& path);
   friend void ::CregkeyImport(const C_REGKEY* key, const C_STRING& path);
+#if defined(_WIN32) && defined(__GNUC__)
+#pragma GCC diagnostic pop
+#endif
 
   HANDLE key_;
   MODE mode_;
