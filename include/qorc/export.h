@@ -5,6 +5,9 @@
 #if defined(_WIN32)
 #if defined(QORC_BUILDING)
 #define QORC_API __declspec(dllexport)
+#elif defined(QORC_STATIC)
+// Linked from the static archive (the library's own tests and benchmarks).
+#define QORC_API
 #else
 #define QORC_API __declspec(dllimport)
 #endif

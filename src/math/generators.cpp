@@ -12,11 +12,13 @@ constexpr unsigned long long kLehmerMultiplier = 16807;
 
 void SeedRuntimeRand(unsigned int seed) { std::srand(seed); }
 
-// Hosts expect the Windows runtime's range, 0 to 32767. glibc's rand() reaches
-// 2^31 - 1, and its top 15 bits are its best ones.
+// Hosts expect the Windows runtime's range, 0 to 32767, which the Microsoft
+// runtime's rand() gives as it is. glibc's rand() reaches 2^31 - 1, and its
+// top 15 bits are its best ones.
 int RuntimeRand() {
-  static_assert(RAND_MAX == 0x7FFFFFFF, "the reduction assumes a 31-bit rand()");
-  return std::rand() >> 16;
+  static_assert(RAND_MAX == 0x7FFF || RAND_MAX == 0x7FFFFFFF, "the reduction assumes a 15- or 31-bit rand()");
+  constexpr int kShift = RAND_MAX == 0x7FFF ? 0 : 16;
+  return std::rand() >> kShift;
 }
 
 unsigned int IntRandState() { return g_intRandState; }

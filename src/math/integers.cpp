@@ -2,6 +2,7 @@
 // bit functions.
 #include <qorc/numerics.h>
 
+#include "foundation/builtins.h"
 #include "math/generators.h"
 
 namespace {
@@ -143,16 +144,16 @@ unsigned int CmathIntRor(unsigned int value, int count) {
   return shift == 0 ? value : (value >> shift) | (value << (32 - shift));
 }
 
-unsigned int CmathIntSwapBytes(unsigned int value) { return __builtin_bswap32(value); }
+unsigned int CmathIntSwapBytes(unsigned int value) { return qorc::SwapBytes32(value); }
 
-int CmathBitCount32(unsigned int value) { return __builtin_popcount(value); }
-int CmathBitCount8(unsigned char value) { return __builtin_popcount(value); }
+int CmathBitCount32(unsigned int value) { return qorc::PopulationCount32(value); }
+int CmathBitCount8(unsigned char value) { return qorc::PopulationCount32(value); }
 
 unsigned int CmathBitReverse32(unsigned int value) {
   value = ((value >> 1) & 0x55555555u) | ((value & 0x55555555u) << 1);
   value = ((value >> 2) & 0x33333333u) | ((value & 0x33333333u) << 2);
   value = ((value >> 4) & 0x0F0F0F0Fu) | ((value & 0x0F0F0F0Fu) << 4);
-  return __builtin_bswap32(value);
+  return qorc::SwapBytes32(value);
 }
 
 unsigned char CmathBitReverse8(unsigned char value) {
@@ -161,9 +162,9 @@ unsigned char CmathBitReverse8(unsigned char value) {
 
 unsigned int CmathBitGetLSB(unsigned int value) { return value & (0u - value); }
 
-unsigned int CmathBitGetMSB(unsigned int value) { return value == 0 ? 0 : 0x80000000u >> __builtin_clz(value); }
+unsigned int CmathBitGetMSB(unsigned int value) { return value == 0 ? 0 : 0x80000000u >> qorc::CountLeadingZeros32(value); }
 
-int CmathBitGetPower2(unsigned int value) { return value == 0 ? -1 : 31 - __builtin_clz(value); }
+int CmathBitGetPower2(unsigned int value) { return value == 0 ? -1 : 31 - qorc::CountLeadingZeros32(value); }
 
-C_BOOL CmathBitGetParity32(unsigned int value) { return __builtin_parity(value); }
-C_BOOL CmathBitGetParity8(unsigned char value) { return __builtin_parity(value); }
+C_BOOL CmathBitGetParity32(unsigned int value) { return qorc::OddParity32(value); }
+C_BOOL CmathBitGetParity8(unsigned char value) { return qorc::OddParity32(value); }

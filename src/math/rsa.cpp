@@ -17,6 +17,7 @@
 #include <new>
 #include <vector>
 
+#include "foundation/builtins.h"
 #include "foundation/library.h"
 #include "math/generators.h"
 #include "math/rsa_internal.h"
@@ -125,7 +126,7 @@ Words WordsFromInteger(const Integer& value, size_t count) {
 // keeps the carries off the multiplications' path.
 template <size_t L>
 void MontgomerySquare(const std::uint64_t* x, const std::uint64_t* n, std::uint64_t minusInverse, std::uint64_t* out) {
-  using Wide = unsigned __int128;
+  using Wide = qorc::Uint128;
   std::uint64_t m[L];
   std::uint64_t r[L + 1];
   Wide low = 0;            // the accumulator's two low words
@@ -178,7 +179,7 @@ void MontgomerySquare(const std::uint64_t* x, const std::uint64_t* n, std::uint6
 // x = 3 x modulo n, for an L-word x below n.
 template <size_t L>
 void TripleModulo(std::uint64_t* x, const std::uint64_t* n) {
-  using Wide = unsigned __int128;
+  using Wide = qorc::Uint128;
   std::uint64_t carry = 0;
   for (size_t i = 0; i < L; ++i) {
     const Wide product = static_cast<Wide>(x[i]) * 3 + carry;
@@ -218,7 +219,7 @@ bool StrongProbablePrimeBase3Words(const std::uint64_t* n, const Integer& value)
   std::copy(oneWords.begin(), oneWords.end(), one);
   std::uint64_t borrow = 0;
   for (size_t i = 0; i < L; ++i) {
-    const unsigned __int128 difference = static_cast<unsigned __int128>(n[i]) - one[i] - borrow;
+    const qorc::Uint128 difference = static_cast<qorc::Uint128>(n[i]) - one[i] - borrow;
     minusOne[i] = static_cast<std::uint64_t>(difference);
     borrow = static_cast<std::uint64_t>(difference >> 64) & 1;
   }
@@ -226,7 +227,7 @@ bool StrongProbablePrimeBase3Words(const std::uint64_t* n, const Integer& value)
   // n - 1 = d * 2^s with d odd; n and n - 1 share their bits above bit 0.
   unsigned int s = 1;
   while (!bit(s)) ++s;
-  const unsigned int top = static_cast<unsigned int>(64 * L - 1 - static_cast<size_t>(__builtin_clzll(n[L - 1])));
+  const unsigned int top = static_cast<unsigned int>(64 * L - 1 - static_cast<size_t>(qorc::CountLeadingZeros64(n[L - 1])));
   // 3^d from the top bit of d down; d's top bit gives 3 itself.
   std::uint64_t x[L];
   std::copy(one, one + L, x);

@@ -42,7 +42,7 @@ class LockFileGuard {
   bool FileIsGone() const { return result_ == qorc::platform::GuardResult::Missing; }
 
  private:
-  int handle_ = -1;
+  qorc::platform::FileGuardHandle handle_ = qorc::platform::kNoFileGuard;
   qorc::platform::GuardResult result_;
 };
 

@@ -4,7 +4,14 @@
 #ifndef QORC_PLATFORM_FILE_GUARD_H
 #define QORC_PLATFORM_FILE_GUARD_H
 
+#include <cstdint>
+
 namespace qorc::platform {
+
+// An open file that holds the guard: a descriptor on POSIX, a HANDLE on
+// Windows; kNoFileGuard when none is held.
+using FileGuardHandle = std::intptr_t;
+constexpr FileGuardHandle kNoFileGuard = -1;
 
 enum class GuardMode { Shared, Exclusive };
 
@@ -22,9 +29,10 @@ enum class GuardResult {
 // advisory lock on it. A file that is replaced or removed while the caller
 // waits is opened again, so the guard always lies on the file the path names
 // when it is granted. Waits at most `timeoutMs` milliseconds.
-GuardResult AcquireFileGuard(const char16_t* path, GuardMode mode, bool create, int timeoutMs, int* handle);
-// Releases the guard and closes the file; -1 does nothing.
-void ReleaseFileGuard(int handle);
+GuardResult AcquireFileGuard(const char16_t* path, GuardMode mode, bool create, int timeoutMs,
+                             FileGuardHandle* handle);
+// Releases the guard and closes the file; kNoFileGuard does nothing.
+void ReleaseFileGuard(FileGuardHandle handle);
 
 // Replaces `to` by `from` in one step: at every moment `to` names either the
 // old or the new file. False when it cannot be done.

@@ -4,13 +4,14 @@
 #ifndef QORC_PLATFORM_SERIAL_LINE_H
 #define QORC_PLATFORM_SERIAL_LINE_H
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
 namespace qorc::platform {
 
 // An open port; kNoSerialLine when closed.
-using SerialLine = int;
+using SerialLine = std::intptr_t;  // a descriptor on POSIX, a HANDLE on Windows
 constexpr SerialLine kNoSerialLine = -1;
 
 // Opens an existing port for reading and writing, held exclusively: "COMn" is

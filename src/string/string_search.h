@@ -10,6 +10,8 @@
 #include <emmintrin.h>
 #endif
 
+#include "foundation/builtins.h"
+
 namespace qorc {
 
 // The first `unit` in text[start, length), or -1.
@@ -20,7 +22,7 @@ inline int FindUnit(const char16_t* text, int length, int start, char16_t unit) 
   for (; i + 8 <= length; i += 8) {
     const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + i));
     const int mask = _mm_movemask_epi8(_mm_cmpeq_epi16(block, wanted));
-    if (mask != 0) return i + __builtin_ctz(static_cast<unsigned>(mask)) / 2;
+    if (mask != 0) return i + qorc::CountTrailingZeros32(static_cast<unsigned>(mask)) / 2;
   }
 #endif
   for (; i < length; ++i) {
@@ -49,7 +51,7 @@ inline int FindUnits(const char16_t* text, int length, int start, const char16_t
     unsigned mask = static_cast<unsigned>(
         _mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi16(heads, firstUnits), _mm_cmpeq_epi16(tails, lastUnits))));
     while (mask != 0) {
-      const int at = i + __builtin_ctz(mask) / 2;
+      const int at = i + qorc::CountTrailingZeros32(mask) / 2;
       if (std::memcmp(text + at + 1, pattern + 1, middleBytes) == 0) return at;
       mask &= mask - 1;  // each unit sets two mask bits
       mask &= mask - 1;

@@ -190,7 +190,11 @@ TEST_F(PendingError, ValuesAreBuiltWhileAnErrorIsPending) {
   EXPECT_EQ(C_ERROR::GetPending(), &ErrorA);
 }
 
-#if !defined(__SANITIZE_ADDRESS__)
+#if defined(_WIN32)
+TEST_F(PendingError, ContextGrowthThatRunsOutOfMemoryBehindAHiddenErrorIsDropped) {
+  GTEST_SKIP() << "Exhausting memory for real needs a forked child under an address-space limit (fork, setrlimit)";
+}
+#elif !defined(__SANITIZE_ADDRESS__)
 TEST_F(PendingError, ContextGrowthThatRunsOutOfMemoryBehindAHiddenErrorIsDropped) {
   const int status = RunInChild(
       [] {

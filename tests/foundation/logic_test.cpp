@@ -42,6 +42,9 @@ TEST(LibraryFrame, OpenSetsSwitchesAndCodePage) {
 }
 
 TEST(LibraryFrame, CodePageFollowsTheEnvironmentCodeset) {
+#ifdef _WIN32
+  GTEST_SKIP() << "On Windows the code pages are the user's locale settings, not the environment's codeset";
+#else
   const char* saved = std::getenv("LC_ALL");
   const std::string keep = saved != nullptr ? saved : "";
   struct Case {
@@ -62,4 +65,5 @@ TEST(LibraryFrame, CodePageFollowsTheEnvironmentCodeset) {
   } else {
     unsetenv("LC_ALL");
   }
+#endif
 }

@@ -1,7 +1,9 @@
+#ifndef _WIN32
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#endif
 
 #include <cstdio>
 #include <cstdlib>
@@ -15,6 +17,7 @@
 #include "path/roots.h"
 #include "path/directory_listing.h"
 #include "support/child_process.h"
+#include "support/environment.h"
 
 namespace {
 
@@ -142,6 +145,9 @@ TEST_F(ScanTest, RecursiveScanListsFilesBeforeSubdirectoriesAndFollowsLinksOnce)
   EXPECT_TRUE(Tree(u"$SCANTOP", "*.none").empty());
   EXPECT_TRUE(Tree(L(dir.File("missing")), "*").empty());
 
+#ifdef _WIN32
+  GTEST_SKIP() << "Symbolic links on Windows need a privilege that tests do not have (Wine makes none)";
+#else
   // A link counts as what it points to; broken and looped links as files.
   Make(dir, {"flat/real/inside.txt", "flat/file.txt"});
   fs::create_symlink("file.txt", dir.File("flat/to-file.txt"));
@@ -161,9 +167,13 @@ TEST_F(ScanTest, RecursiveScanListsFilesBeforeSubdirectoriesAndFollowsLinksOnce)
   EXPECT_EQ(Tree(L(root), "*.txt"), (Names{Lib(root + "/top.txt"), Lib(root + "/a/2.txt"), Lib(root + "/a/to-b/1.txt"),
                                            Lib(root + "/a/y/deep/3.TXT"), Lib(root + "/b/1.txt")}));
   EXPECT_FALSE(C_ERROR::Is());
+#endif
 }
 
 TEST_F(ScanTest, UnreadableAndVanishingDirectoriesEndTheirPartQuietly) {
+#ifdef _WIN32
+  GTEST_SKIP() << "Acting as another user (seteuid), removing the current directory and a forked churner are POSIX's";
+#else
   Make(dir, {"open/inner/1.txt", "closed/2.txt", "closed/inner/3.txt", "4.txt"});
   chmod(root.c_str(), 0755);
   chmod(dir.File("closed").c_str(), 0700);
@@ -206,6 +216,7 @@ TEST_F(ScanTest, UnreadableAndVanishingDirectoriesEndTheirPartQuietly) {
   }
   kill(churner, SIGKILL);
   waitpid(churner, nullptr, 0);
+#endif
 }
 
 TEST_F(ScanTest, ExecutableSearchFollowsPathUntilAnEmptyElement) {
@@ -213,8 +224,14 @@ TEST_F(ScanTest, ExecutableSearchFollowsPathUntilAnEmptyElement) {
   const InDir cwd(dir.File("cwd"));
   const char* savedPath = std::getenv("PATH");
   const std::string saved = savedPath != nullptr ? savedPath : "";
-  auto exe = [](const std::string& path, const char* pattern) {
-    setenv("PATH", path.c_str(), 1);
+  auto exe = [](std::string path, const char* pattern) {
+#ifdef _WIN32
+    // Windows separates the list with ";" (a drive's colon is followed by "\").
+    for (std::size_t i = 0; i < path.size(); ++i) {
+      if (path[i] == ':' && (i + 1 == path.size() || path[i + 1] != '\\')) path[i] = ';';
+    }
+#endif
+    SetEnv("PATH", path.c_str());
     return Listed([&](int* count, C_STRING** paths) { C_FILE::ScanExeDirs(C_STRING(pattern), count, paths); });
   };
   const std::string a = dir.File("a"), b = dir.File("b"), c = dir.File("c");
@@ -223,7 +240,7 @@ TEST_F(ScanTest, ExecutableSearchFollowsPathUntilAnEmptyElement) {
   EXPECT_EQ(exe(b + ":" + c + ":", "*"), (Names{".\\tool.sh", Lib(b + "/tool.sh"), Lib(c + "/tool.sh")}));
   EXPECT_EQ(exe("", "*"), Names{".\\tool.sh"});
   EXPECT_EQ(exe(a, "*.none"), Names{});
-  setenv("PATH", saved.c_str(), 1);
+  SetEnv("PATH", saved.c_str());
   EXPECT_FALSE(C_ERROR::Is());
 }
 

@@ -3,8 +3,17 @@
 #include <filesystem>
 
 #include "file/file_test_util.h"
+#include "support/environment.h"
 
 namespace {
+
+// The variable that names the temporary directory: the first that
+// GetTempPathW reads on Windows, TMPDIR on POSIX.
+#ifdef _WIN32
+constexpr char kTempVariable[] = "TMP";
+#else
+constexpr char kTempVariable[] = "TMPDIR";
+#endif
 
 std::u16string Lib(std::string native) {
   for (char& c : native) c = c == '/' ? '\\' : c;
@@ -13,9 +22,9 @@ std::u16string Lib(std::string native) {
 
 TEST(TempFiles, FirstFreeNamesAndAnonymousFiles) {
   TempDir dir;
-  const char* saved = std::getenv("TMPDIR");
+  const char* saved = std::getenv(kTempVariable);
   const std::string savedValue = saved != nullptr ? saved : "";
-  setenv("TMPDIR", dir.path().c_str(), 1);
+  SetEnv(kTempVariable, dir.path().string().c_str());
   const std::string base = dir.path().string() + "/";
   EXPECT_EQ(Text(C_FILE::GetTempDir()), Lib(base));
 
@@ -37,13 +46,17 @@ TEST(TempFiles, FirstFreeNamesAndAnonymousFiles) {
   EXPECT_EQ(Text(C_FILE::GetTempFilePath()), Lib(base + "qor0001.tmp"));
   EXPECT_FALSE(C_ERROR::Is());
 
-  setenv("TMPDIR", dir.File("no/such").c_str(), 1);
+  SetEnv(kTempVariable, dir.File("no/such").c_str());
   EXPECT_EQ(C_FILE::CreateTempFile(), nullptr);
   EXPECT_TRUE(CerrFileCannotCreateTemporary.IsPending());
   EXPECT_EQ(Text(C_ERROR::GetPendingExtra()), Lib(dir.File("no/such/qor0000.tmp")));
-  unsetenv("TMPDIR");
+  UnsetEnv(kTempVariable);
+#ifndef _WIN32
+  // Without the variable, POSIX's temporary directory (Windows goes on to
+  // TEMP and the user's profile).
   EXPECT_EQ(Text(C_FILE::GetTempDir()), u"\\tmp\\");
-  if (saved != nullptr) setenv("TMPDIR", savedValue.c_str(), 1);
+#endif
+  if (saved != nullptr) SetEnv(kTempVariable, savedValue.c_str());
 }
 
 }  // namespace

@@ -2,18 +2,36 @@
 #ifndef QORC_TESTS_SUPPORT_TEMP_DIR_H
 #define QORC_TESTS_SUPPORT_TEMP_DIR_H
 
-#include <cstdlib>
 #include <filesystem>
+#include <random>
 #include <string>
+#include <system_error>
 
 class TempDir {
  public:
   TempDir() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "qorc-test-XXXXXX").string();
-    path_ = mkdtemp(pattern.data());
+    // A new name is drawn until one can be created: the directory is made
+    // exclusively, as mkdtemp does.
+    static std::mt19937_64 random(std::random_device{}());
+    const std::filesystem::path base = std::filesystem::temp_directory_path();
+    for (;;) {
+      std::filesystem::path candidate = base / ("qorc-test-" + std::to_string(random() % 100000000000ULL));
+      std::error_code error;
+      if (std::filesystem::create_directory(candidate, error)) {
+        path_ = candidate;
+        return;
+      }
+      if (error) std::filesystem::create_directories(base);
+    }
   }
   ~TempDir() {
     std::error_code ignored;
+    // Read-only files would stop the removal on Windows.
+    for (auto it = std::filesystem::recursive_directory_iterator(path_, ignored);
+         it != std::filesystem::recursive_directory_iterator(); it.increment(ignored)) {
+      std::filesystem::permissions(it->path(), std::filesystem::perms::owner_write,
+                                   std::filesystem::perm_options::add, ignored);
+    }
     std::filesystem::remove_all(path_, ignored);
   }
   TempDir(const TempDir&) = delete;

@@ -5,6 +5,8 @@
 #include <ctime>
 #include <string>
 
+#include "support/environment.h"
+
 namespace {
 
 std::u16string Text(const C_STRING& s) { return std::u16string(s.GetWCHAR(), static_cast<std::size_t>(s.GetNumber())); }
@@ -25,11 +27,11 @@ std::u16string Fmt(const C_DATE& d, Form form) {
 struct ScopedEnv {
   ScopedEnv(const char* name, const char* value) : name(name), had(std::getenv(name) != nullptr) {
     if (had) old = std::getenv(name);
-    setenv(name, value, 1);
+    SetEnv(name, value);
     tzset();
   }
   ~ScopedEnv() {
-    had ? setenv(name, old.c_str(), 1) : unsetenv(name);
+    had ? SetEnv(name, old.c_str()) : UnsetEnv(name);
     tzset();
   }
   const char* name;
@@ -38,8 +40,7 @@ struct ScopedEnv {
 };
 
 C_DATE Utc(std::time_t t) {
-  std::tm b{};
-  gmtime_r(&t, &b);
+  const std::tm b = *std::gmtime(&t);
   return C_DATE(b.tm_year + 1900, b.tm_mon + 1, b.tm_mday, b.tm_hour, b.tm_min, b.tm_sec);
 }
 
@@ -137,6 +138,9 @@ TEST(Date, ClockZonesAndLocaleFormats) {
       C_ERROR::ClearPending();
     }
   }
+#ifdef _WIN32
+  GTEST_SKIP() << "On Windows the time zone and the locale formats are the user's settings, not TZ and LC_ALL";
+#else
   // With daylight saving time, a winter date moves by today's offset.
   ScopedEnv zone("TZ", "CET-1CEST,M3.5.0,M10.5.0/3");
   const std::time_t now = std::time(nullptr);
@@ -163,6 +167,7 @@ TEST(Date, ClockZonesAndLocaleFormats) {
   C_DATE(2007, 2, 30).GetSystemString(false, &out);
   EXPECT_TRUE(CerrInvalidValue.IsPending());
   EXPECT_EQ(Text(out), u"");
+#endif
 }
 
 }  // namespace

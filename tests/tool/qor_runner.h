@@ -3,11 +3,21 @@
 #ifndef QORC_TESTS_TOOL_QOR_RUNNER_H
 #define QORC_TESTS_TOOL_QOR_RUNNER_H
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
+// The library's headers come before <windows.h>, whose macros would clash with their names.
+#include <qorc/qorc.h>
+#ifdef _WIN32
+#ifndef WIN32_LEAN_AND_MEAN
+#define WIN32_LEAN_AND_MEAN
+#endif
+#include <windows.h>
+#undef VOID  // the library's "empty" constants are named VOID
+#else
+#include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#endif
 
 #include <algorithm>
 #include <filesystem>
@@ -20,7 +30,16 @@
 
 #include "support/temp_dir.h"
 
+#ifndef _WIN32
 extern char** environ;
+#endif
+
+// The file that reads as empty.
+#ifdef _WIN32
+constexpr char kNullDevice[] = "NUL";
+#else
+constexpr char kNullDevice[] = "/dev/null";
+#endif
 
 struct QorResult {
   int status = -1;  // the exit code, or -1 when the program did not exit
@@ -37,6 +56,62 @@ inline void WriteWholeFile(const std::string& path, const std::string& data) {
   std::ofstream(path, std::ios::binary).write(data.data(), static_cast<std::streamsize>(data.size()));
 }
 
+#ifdef _WIN32
+// One argument on a Windows command line, quoted as the runtime parses it.
+inline std::wstring QuotedArgument(const std::wstring& word) {
+  if (!word.empty() && word.find_first_of(L" \t\"") == std::wstring::npos) return word;
+  std::wstring out = L"\"";
+  std::size_t backslashes = 0;
+  for (wchar_t c : word) {
+    if (c == L'\\') {
+      ++backslashes;
+      continue;
+    }
+    out.append(c == L'"' ? 2 * backslashes + 1 : backslashes, L'\\');
+    backslashes = 0;
+    out += c;
+  }
+  out.append(2 * backslashes, L'\\');
+  return out + L"\"";
+}
+
+inline HANDLE InheritableFile(const std::string& path, bool write) {
+  SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, TRUE};
+  return CreateFileW(std::filesystem::path(path).wstring().c_str(), write ? GENERIC_WRITE : GENERIC_READ,
+                     FILE_SHARE_READ | FILE_SHARE_WRITE, &inherit, write ? CREATE_ALWAYS : OPEN_EXISTING,
+                     FILE_ATTRIBUTE_NORMAL, nullptr);
+}
+
+// Starts qor with its standard streams on the paths given.
+inline HANDLE StartQor(const std::vector<std::string>& args, const std::string& input, const std::string& output,
+                       const std::string& errors) {
+  std::wstring line = QuotedArgument(std::filesystem::path(QOR_PROGRAM).wstring());
+  for (const std::string& arg : args) line += L" " + QuotedArgument(std::filesystem::path(arg).wstring());
+  STARTUPINFOW startup = {};
+  startup.cb = sizeof startup;
+  startup.dwFlags = STARTF_USESTDHANDLES;
+  startup.hStdInput = InheritableFile(input, false);
+  startup.hStdOutput = InheritableFile(output, true);
+  startup.hStdError = InheritableFile(errors, true);
+  PROCESS_INFORMATION process = {};
+  const BOOL started = CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
+                                      &process);
+  for (HANDLE handle : {startup.hStdInput, startup.hStdOutput, startup.hStdError}) {
+    if (handle != INVALID_HANDLE_VALUE) CloseHandle(handle);
+  }
+  if (!started) return nullptr;
+  CloseHandle(process.hThread);
+  return process.hProcess;
+}
+
+inline int WaitForExit(HANDLE process) {
+  if (process == nullptr) return -1;
+  DWORD code = 0;
+  const bool exited = WaitForSingleObject(process, INFINITE) == WAIT_OBJECT_0 && GetExitCodeProcess(process, &code);
+  CloseHandle(process);
+  return exited ? static_cast<int>(code) : -1;
+}
+#else
 // Starts qor with its standard streams on the paths given.
 inline pid_t StartQor(const std::vector<std::string>& args, const std::string& input, const std::string& output,
                       const std::string& errors) {
@@ -61,6 +136,8 @@ inline int WaitForExit(pid_t pid) {
   if (pid < 0 || waitpid(pid, &status, 0) != pid) return -1;
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
+
+#endif
 
 // Data that compresses somewhat, as real files do: runs of numbered text
 // lines between stretches of random bytes.
@@ -98,20 +175,20 @@ inline const std::pair<int, std::string> kSuccess{0, ""};
 class QorTest : public testing::Test {
  protected:
   // Runs qor and waits for it; its own files for the streams are gone when it returns.
-  QorResult Run(const std::vector<std::string>& args, const std::string& input = "/dev/null",
+  QorResult Run(const std::vector<std::string>& args, const std::string& input = kNullDevice,
                 const std::string& output = "") {
     const std::string outputPath = output.empty() ? dir.File(".qor-stdout") : output;
     QorResult result;
     result.status = WaitForExit(StartQor(args, input, outputPath, dir.File(".qor-stderr")));
     result.out = output.empty() ? ReadWholeFile(outputPath) : "";
     result.err = ReadWholeFile(dir.File(".qor-stderr"));
-    if (output.empty()) unlink(outputPath.c_str());
-    unlink(dir.File(".qor-stderr").c_str());
+    if (output.empty()) std::remove(outputPath.c_str());
+    std::remove(dir.File(".qor-stderr").c_str());
     return result;
   }
   // Runs qor, expects it to succeed without a word on standard error, and
   // returns its standard output.
-  std::string Output(const std::vector<std::string>& args, const std::string& input = "/dev/null") {
+  std::string Output(const std::vector<std::string>& args, const std::string& input = kNullDevice) {
     const QorResult result = Run(args, input);
     EXPECT_EQ(Outcome(result), kSuccess) << testing::PrintToString(args);
     return result.out;

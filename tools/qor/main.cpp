@@ -3,6 +3,10 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#ifdef _WIN32
+#include <fcntl.h>
+#include <io.h>
+#endif
 #include <string>
 #include <vector>
 
@@ -217,6 +221,11 @@ int Run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+#ifdef _WIN32
+  // Data goes through the standard streams byte for byte, as on POSIX.
+  _setmode(_fileno(stdin), _O_BINARY);
+  _setmode(_fileno(stdout), _O_BINARY);
+#endif
   Copen();
   const int status = Run(argc, argv);
   Cclose();

@@ -16,9 +16,11 @@ namespace {
 
 constexpr char kKeyPrefix[] = "C#Err#";
 
-// The library writes paths with "\"; on this system the user knows them with "/".
+// The library writes paths with "\"; on POSIX the user knows them with "/".
 std::string SystemPath(std::string path) {
+#ifndef _WIN32
   std::replace(path.begin(), path.end(), '\\', '/');
+#endif
   return path;
 }
 
@@ -31,7 +33,7 @@ volatile std::sig_atomic_t stagedUsed[kMaxStaged];
 
 void RemoveStagedFilesAndDie(int signal) {
   for (int i = 0; i < kMaxStaged; ++i) {
-    if (stagedUsed[i] != 0) unlink(stagedPaths[i]);
+    if (stagedUsed[i] != 0) std::remove(stagedPaths[i]);
   }
   std::signal(signal, SIG_DFL);
   std::raise(signal);
@@ -41,7 +43,12 @@ void WatchSignalsOnce() {
   static bool watching = false;
   if (watching) return;
   watching = true;
+#ifdef _WIN32
+  // Windows has no hang-up or broken-pipe signal.
+  for (int signal : {SIGINT, SIGTERM}) std::signal(signal, RemoveStagedFilesAndDie);
+#else
   for (int signal : {SIGINT, SIGTERM, SIGHUP, SIGPIPE}) std::signal(signal, RemoveStagedFilesAndDie);
+#endif
 }
 
 void RegisterStaged(const std::string& path) {
@@ -378,7 +385,10 @@ bool Output::Finish() {
 }
 
 void Output::MakePrivate() {
+#ifndef _WIN32
+  // (Windows files have no permission bits for their owner alone.)
   if (!staged_.Path().empty()) chmod(staged_.Path().c_str(), S_IRUSR | S_IWUSR);
+#endif
 }
 
 }  // namespace qor

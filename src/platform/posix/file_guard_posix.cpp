@@ -46,7 +46,7 @@ Attempt TryLock(int fd, GuardMode mode) {
   return Attempt::Granted;
 }
 
-GuardResult Acquire(const std::string& path, GuardMode mode, bool create, int timeoutMs, int* handle) {
+GuardResult Acquire(const std::string& path, GuardMode mode, bool create, int timeoutMs, FileGuardHandle* handle) {
   const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
   long pause = 50;
   for (;;) {
@@ -72,8 +72,9 @@ GuardResult Acquire(const std::string& path, GuardMode mode, bool create, int ti
 
 }  // namespace
 
-GuardResult AcquireFileGuard(const char16_t* path, GuardMode mode, bool create, int timeoutMs, int* handle) {
-  *handle = -1;
+GuardResult AcquireFileGuard(const char16_t* path, GuardMode mode, bool create, int timeoutMs,
+                             FileGuardHandle* handle) {
+  *handle = kNoFileGuard;
   try {
     const std::string native = posix::NativePath(path);
     return native.empty() ? GuardResult::Unavailable : Acquire(native, mode, create, timeoutMs, handle);
@@ -82,11 +83,12 @@ GuardResult AcquireFileGuard(const char16_t* path, GuardMode mode, bool create, 
   }
 }
 
-void ReleaseFileGuard(int handle) {
-  if (handle < 0) return;
+void ReleaseFileGuard(FileGuardHandle handle) {
+  if (handle == kNoFileGuard) return;
+  const int fd = static_cast<int>(handle);
   // Explicitly, in case a child forked meanwhile shares the open file.
-  ::flock(handle, LOCK_UN);
-  ::close(handle);
+  ::flock(fd, LOCK_UN);
+  ::close(fd);
 }
 
 bool ReplaceFile(const char16_t* from, const char16_t* to) {
