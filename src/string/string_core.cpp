@@ -154,11 +154,26 @@ C_STRING::C_STRING(const char* text) : C_STRING() {
   number_ = static_cast<unsigned short>(needed - 1);
 }
 
+namespace {
+
+// The UTF-16 units of one wide character: wchar_t is a UTF-16 unit where it
+// has 16 bits (Windows) and a UTF-32 character where it has 32 (POSIX).
+int WideCharUnits(wchar_t c, char16_t units[2]) {
+  if constexpr (sizeof(wchar_t) == sizeof(char16_t)) {
+    units[0] = static_cast<char16_t>(c);
+    return 1;
+  } else {
+    return qorc::EncodeUtf16(static_cast<char32_t>(c), units);
+  }
+}
+
+}  // namespace
+
 C_STRING::C_STRING(const wchar_t* text) : C_STRING() {
   if (text == nullptr) return;
   int count = 0;
   char16_t units[2];
-  for (const wchar_t* p = text; *p != 0; ++p) count += qorc::EncodeUtf16(static_cast<char32_t>(*p), units);
+  for (const wchar_t* p = text; *p != 0; ++p) count += WideCharUnits(*p, units);
   if (count == 0) return;
   if (count > MAX_SIZE - 1) count = MAX_SIZE - 1;
   // A constructor fails only when its allocation does, whatever is pending.
@@ -167,7 +182,7 @@ C_STRING::C_STRING(const wchar_t* text) : C_STRING() {
   size_ = static_cast<unsigned short>(count + 1);
   int stored = 0;
   for (const wchar_t* p = text; *p != 0; ++p) {
-    const int n = qorc::EncodeUtf16(static_cast<char32_t>(*p), units);
+    const int n = WideCharUnits(*p, units);
     if (stored + n > count) break;
     for (int i = 0; i < n; ++i) buffer_[stored++] = C_CHAR(units[i]);
   }

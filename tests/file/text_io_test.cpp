@@ -24,8 +24,8 @@ struct CodePage {
 
 TEST_F(TextIo, WritingAndReadingLinesTokensAndCharacters) {
   const std::tuple<C_FILE::TYPE, bool, std::string> cases[] = {
-      {C_FILE::TEXT, true, "\37720AC\351\nnarrow!\3774E2D\n"},
-      {C_FILE::TEXT, false, "\342\202\254\303\251\nnarrow!\344\270\255\n"},
+      {C_FILE::TEXT, true, TextLineEnds("\37720AC\351\nnarrow!\3774E2D\n")},
+      {C_FILE::TEXT, false, TextLineEnds("\342\202\254\303\251\nnarrow!\344\270\255\n")},
       {C_FILE::UNICODE, true, std::string("\377\376\254 \351\0\r\0\n\0n\0a\0r\0r\0o\0w\0!\0-N\r\0\n\0", 30)},
       {C_FILE::BINARY, true, std::string("\254 \351\0\nnarrow!-N\n", 15)},
   };
@@ -143,7 +143,8 @@ TEST_F(TextIo, FormattedValuesAndBareStreams) {
   C_FILE::FlushFile(out);
   C_FILE::FlushFile(nullptr);
   std::fclose(out);
-  EXPECT_EQ(ReadBytes(path), "\xC3\xA9t\xC3\xA9\r\nlast");
+  // (A text-mode stream stores the LF of "\r\n" as CR LF on Windows.)
+  EXPECT_EQ(ReadBytes(path), TextLineEnds("\xC3\xA9t\xC3\xA9\r\nlast"));
   std::FILE* in = std::fopen(path.c_str(), "r");
   std::u16string lines;
   for (C_STRING line; C_FILE::ReadFile(in, &line), !C_ERROR::Is();) lines.append(line.GetWCHAR()) += u'|';

@@ -18,6 +18,7 @@
 #include "path/directory_listing.h"
 #include "support/child_process.h"
 #include "support/environment.h"
+#include "support/os_support.h"
 
 namespace {
 
@@ -123,7 +124,9 @@ TEST_F(ScanTest, ScanDirListsMatchingFilesSortedAndSkipsHiddenOnes) {
   EXPECT_EQ(Scan(root, "*.*"), Scan(root, "*"));
   EXPECT_EQ(Dirs(root), (Names{"mixed", "sub.dll"}));
   // Sorted by name without case, ties in code-unit order.
-  EXPECT_EQ(Scan(dir.File("mixed"), "*"), (Names{"A", "a", "b", "B2", "C"}));
+  // (On Windows "A" and "a" name one file: the file system ignores case.)
+  const Names mixed = QORC_ON_WINDOWS(true) ? Names{"a", "b", "B2", "C"} : Names{"A", "a", "b", "B2", "C"};
+  EXPECT_EQ(Scan(dir.File("mixed"), "*"), mixed);
 
   // Missing: nothing, no array, no error. Present but holding only what is
   // never listed: the count is 0 (the array may be there).

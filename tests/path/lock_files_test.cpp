@@ -24,6 +24,7 @@
 
 #include "file/file_test_util.h"
 #include "support/child_process.h"
+#include "support/os_support.h"
 
 namespace {
 
@@ -123,7 +124,7 @@ TEST_F(LockFileTest, LockWritesOneEntryPerLineAndUnlockRunsTheRestTogether) {
   WriteBytes(lockFile, a + "\n" + NameOf(CurrentUser(), 999999) + "\r\n" + b);
   EXPECT_TRUE(C_FILE::IsLocked(doc));
   C_FILE::Lock(doc);
-  EXPECT_EQ(ReadBytes(lockFile), a + "\n" + b + "\n" + me);
+  EXPECT_EQ(ReadBytes(lockFile), TextLineEnds(a + "\n" + b + "\n" + me));
   EXPECT_EQ(Lockers(doc), (Entries{a, b, me}));
 
   // Unlock writes the others back run together on one line, as every

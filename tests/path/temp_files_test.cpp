@@ -28,10 +28,13 @@ TEST(TempFiles, FirstFreeNamesAndAnonymousFiles) {
   const std::string base = dir.path().string() + "/";
   EXPECT_EQ(Text(C_FILE::GetTempDir()), Lib(base));
 
-  // The anonymous file leaves no name behind, even while it is open.
+  // The anonymous file leaves no name behind, on POSIX even while it is
+  // open (Windows keeps the name of a delete-on-close file until it closes).
   std::FILE* stream = C_FILE::CreateTempFile();
   ASSERT_NE(stream, nullptr);
+#ifndef _WIN32
   EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
+#endif
   char area[8] = {};
   EXPECT_TRUE(std::fputs("scratch", stream) >= 0 && std::fseek(stream, 0, SEEK_SET) == 0);
   EXPECT_NE(std::fgets(area, sizeof area, stream), nullptr);

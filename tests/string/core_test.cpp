@@ -1,5 +1,7 @@
 // Storage, construction, comparison and code-page conversions of C_STRING, and the C_CHAR unit.
 #include <gtest/gtest.h>
+
+#include "support/os_support.h"
 #include <qorc/qorc.h>
 
 #include <cstring>
@@ -183,7 +185,9 @@ TEST(StringConversion, EightBitForms) {
   const std::string bytes = Take(C_STRING(u"a\u3042").GetNewMBCS());
   EXPECT_EQ(bytes, "a\x82\xA0");
   EXPECT_TRUE(C_STRING(bytes.c_str()) == u"a\u3042");
-  EXPECT_STREQ(C_STRING(u"\u00e9").GetMBCS(), "?");
+  // A character that the code page lacks: ICU gives the default character;
+  // Windows gives its best fit when it has one ("e" for "\u00e9").
+  EXPECT_STREQ(C_STRING(u"\u00e9").GetMBCS(), QORC_ON_WINDOWS(true) ? "e" : "?");
 }
 
 TEST(StringConversion, Utf8BothWays) {

@@ -13,6 +13,32 @@
 #define WIN32_LEAN_AND_MEAN
 #endif
 
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#include <windows.h>
+#undef VOID  // the library's "empty" constants are named VOID
+#undef far
+#undef near
+
+#include <filesystem>
+#else
+#include <fcntl.h>
+#include <sys/stat.h>
+#endif
+
+// The bytes of text as a TEXT file (the runtime's text mode) stores it: CR LF
+// for each LF on Windows, unchanged on POSIX.
+inline std::string TextLineEnds(const std::string& text) {
+#ifdef _WIN32
+  std::string out;
+  for (char c : text) out += c == '\n' ? std::string("\r\n") : std::string(1, c);
+  return out;
+#else
+  return text;
+#endif
+}
+
 // An expression that counts only in the Windows build (false on POSIX).
 #ifdef _WIN32
 #define QORC_ON_WINDOWS(expression) (expression)
@@ -28,19 +54,6 @@ constexpr char16_t kFullDeviceUnits[] = u"Z:\\dev\\full";
 #else
 constexpr char kFullDevice[] = "/dev/full";
 constexpr char16_t kFullDeviceUnits[] = u"/dev/full";
-#endif
-#ifndef NOMINMAX
-#define NOMINMAX
-#endif
-#include <windows.h>
-#undef VOID  // the library's "empty" constants are named VOID
-#undef far
-#undef near
-
-#include <filesystem>
-#else
-#include <fcntl.h>
-#include <sys/stat.h>
 #endif
 
 // Sets the modification time (and the access time) of a file; the fraction

@@ -46,6 +46,10 @@ int Read(const char* path) {
       return 0;
     }
     if (C_ERROR::Is()) return Failed();
+    // A line comes with its LF, which is printed once.
+    if (line.GetNumber() > 0 && static_cast<char16_t>(line.Get(line.GetNumber() - 1)) == u'\n') {
+      line = C_STRING(line.GetNumber() - 1, line.GetWCHAR());
+    }
     char* utf8 = line.GetNewUTF8();
     std::fputs(utf8 != nullptr ? utf8 : "", stdout);
     delete[] utf8;

@@ -110,6 +110,9 @@ TEST(Date, ClockZonesAndLocaleFormats) {
   // time() reads a coarse clock that may lag the precise one by a tick, so
   // the upper bound allows one second more.
   EXPECT_TRUE(Utc(before) <= gmt && gmt <= Utc(std::time(nullptr) + 1));
+#ifdef _WIN32
+  GTEST_SKIP() << "On Windows the time zone and the locale formats are the user's settings, not TZ and LC_ALL";
+#else
 
   {
     ScopedEnv zone("TZ", "XYZ-3");
@@ -138,9 +141,6 @@ TEST(Date, ClockZonesAndLocaleFormats) {
       C_ERROR::ClearPending();
     }
   }
-#ifdef _WIN32
-  GTEST_SKIP() << "On Windows the time zone and the locale formats are the user's settings, not TZ and LC_ALL";
-#else
   // With daylight saving time, a winter date moves by today's offset.
   ScopedEnv zone("TZ", "CET-1CEST,M3.5.0,M10.5.0/3");
   const std::time_t now = std::time(nullptr);

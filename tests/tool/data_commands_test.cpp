@@ -96,9 +96,12 @@ TEST_F(DataCommandsTest, RsaKeysEncryptAndDecrypt) {
   const std::string publicKey = ReadWholeFile(prefix + ".pub");
   ASSERT_EQ(publicKey.size(), 128u);
   EXPECT_NE(publicKey[0] & 0x80, 0);  // the modulus has all its bits
+#ifndef _WIN32
+  // The private key is for its owner alone (Windows files have no such bits).
   struct stat status;
   ASSERT_EQ(stat((prefix + ".key").c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 0777, 0600u);
+#endif
   // A seed makes the pair again; existing keys are replaced only with --force.
   EXPECT_EQ(Run(keygen).status, 1);
   Output({"rsa", "keygen", "512", "-o", dir.File("again"), "--seed", "42"});

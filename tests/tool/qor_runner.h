@@ -182,6 +182,12 @@ class QorTest : public testing::Test {
     result.status = WaitForExit(StartQor(args, input, outputPath, dir.File(".qor-stderr")));
     result.out = output.empty() ? ReadWholeFile(outputPath) : "";
     result.err = ReadWholeFile(dir.File(".qor-stderr"));
+#ifdef _WIN32
+    // Messages on standard error end their lines as Windows text does (CR LF).
+    for (std::size_t at = result.err.find("\r\n"); at != std::string::npos; at = result.err.find("\r\n", at)) {
+      result.err.erase(at, 1);
+    }
+#endif
     if (output.empty()) std::remove(outputPath.c_str());
     std::remove(dir.File(".qor-stderr").c_str());
     return result;

@@ -1,11 +1,14 @@
-// The advisory guard of a file over Win32: LockFileEx on a handle of the file
-// itself. Windows locks are mandatory for the bytes they cover, so the lock
-// lies on one byte far beyond any content, where it excludes the other
-// guards without keeping anyone from reading the file. A process that dies
-// releases its locks.
-#include <chrono>
+// The guard of a file over Win32: a named mutex of this machine, named after
+// the file's full path (letters without case, as the file system compares
+// them). Windows refuses to replace a file that anyone holds open, so the
+// guard cannot lie on an open handle of the file while the file is being
+// replaced, as it does on POSIX; a named kernel object leaves no file beside
+// the document, and a process that dies abandons the mutex, which releases
+// it. Shared guards are taken as exclusive ones.
+#include <cstdio>
 #include <new>
 #include <string>
+#include <vector>
 
 #include "platform/file_guard.h"
 #include "platform/windows/win32.h"
@@ -13,90 +16,84 @@
 namespace qorc::platform {
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-constexpr DWORD kGuardOffsetHigh = 0x7FFFFFFF;
-
-OVERLAPPED GuardRegion() {
-  OVERLAPPED region = {};
-  region.Offset = 0;
-  region.OffsetHigh = kGuardOffsetHigh;
-  return region;
+// "Global\qorc-guard-" and a 64-bit FNV-1a hash of the upper-cased full path.
+std::wstring MutexName(const wchar_t* path, const wchar_t* scope) {
+  std::vector<wchar_t> full(MAX_PATH + 1);
+  DWORD length = ::GetFullPathNameW(path, static_cast<DWORD>(full.size()), full.data(), nullptr);
+  if (length >= full.size()) {
+    full.resize(length + 1);
+    length = ::GetFullPathNameW(path, static_cast<DWORD>(full.size()), full.data(), nullptr);
+  }
+  if (length == 0) return std::wstring();
+  std::wstring text(full.data(), length);
+  ::CharUpperBuffW(text.data(), static_cast<DWORD>(text.size()));
+  unsigned long long hash = 14695981039346656037ULL;
+  for (wchar_t c : text) {
+    hash = (hash ^ static_cast<unsigned char>(c & 0xFF)) * 1099511628211ULL;
+    hash = (hash ^ static_cast<unsigned char>(c >> 8)) * 1099511628211ULL;
+  }
+  wchar_t name[64];
+  std::swprintf(name, 64, L"%ls\\qorc-guard-%016llx", scope, hash);
+  return name;
 }
 
-bool SameFile(HANDLE a, HANDLE b) {
-  BY_HANDLE_FILE_INFORMATION x, y;
-  return ::GetFileInformationByHandle(a, &x) && ::GetFileInformationByHandle(b, &y) &&
-         x.dwVolumeSerialNumber == y.dwVolumeSerialNumber && x.nFileIndexHigh == y.nFileIndexHigh &&
-         x.nFileIndexLow == y.nFileIndexLow;
+HANDLE OpenGuardMutex(const wchar_t* path) {
+  // Global names reach every session of the machine; where they are not
+  // allowed, the session's own.
+  for (const wchar_t* scope : {L"Global", L"Local"}) {
+    const std::wstring name = MutexName(path, scope);
+    if (name.empty()) return nullptr;
+    HANDLE mutex = ::CreateMutexW(nullptr, FALSE, name.c_str());
+    if (mutex != nullptr) return mutex;
+  }
+  return nullptr;
 }
 
-HANDLE OpenShared(const wchar_t* path, DWORD disposition) {
-  // Others may read, rewrite, replace and delete the file while it is held.
-  return ::CreateFileW(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, disposition,
-                       FILE_ATTRIBUTE_NORMAL, nullptr);
-}
-
-// Whether the handle still shows the file that the path names: a rewrite
-// that replaced or removed the file while we waited leaves us holding a lock
-// on a file nobody reads any more.
-bool StillNamed(HANDLE held, const wchar_t* path) {
-  windows::HandleGuard named(OpenShared(path, OPEN_EXISTING));
-  return named.valid() && SameFile(held, named.get());
-}
-
-enum class Attempt { Granted, Busy, Failed };
-
-Attempt TryLock(HANDLE file, GuardMode mode) {
-  OVERLAPPED region = GuardRegion();
-  const DWORD flags = LOCKFILE_FAIL_IMMEDIATELY | (mode == GuardMode::Exclusive ? LOCKFILE_EXCLUSIVE_LOCK : 0);
-  if (::LockFileEx(file, flags, 0, 1, 0, &region)) return Attempt::Granted;
-  return ::GetLastError() == ERROR_LOCK_VIOLATION || ::GetLastError() == ERROR_IO_PENDING ? Attempt::Busy
-                                                                                          : Attempt::Failed;
-}
+bool FileExists(const wchar_t* path) { return ::GetFileAttributesW(path) != INVALID_FILE_ATTRIBUTES; }
 
 }  // namespace
 
-GuardResult AcquireFileGuard(const char16_t* path, GuardMode mode, bool create, int timeoutMs,
-                             FileGuardHandle* handle) {
+GuardResult AcquireFileGuard(const char16_t* path, GuardMode, bool create, int timeoutMs, FileGuardHandle* handle) {
   *handle = kNoFileGuard;
-  const wchar_t* name = windows::Wide(path);
-  if (*name == L'\0') return GuardResult::Unavailable;
-  const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
-  DWORD pause = 1;
-  for (;;) {
-    windows::HandleGuard file(OpenShared(name, create ? OPEN_ALWAYS : OPEN_EXISTING));
-    if (!file.valid()) {
-      const DWORD error = ::GetLastError();
-      return !create && (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND) ? GuardResult::Missing
-                                                                                         : GuardResult::Unavailable;
+  try {
+    const wchar_t* name = windows::Wide(path);
+    if (*name == L'\0') return GuardResult::Unavailable;
+    if (!create && !FileExists(name)) return GuardResult::Missing;
+    HANDLE mutex = OpenGuardMutex(name);
+    if (mutex == nullptr) return GuardResult::Unavailable;
+    const DWORD waited = ::WaitForSingleObject(mutex, timeoutMs < 0 ? 0 : static_cast<DWORD>(timeoutMs));
+    // An abandoned mutex was held by a process that died: it is ours now.
+    if (waited != WAIT_OBJECT_0 && waited != WAIT_ABANDONED) {
+      ::CloseHandle(mutex);
+      return GuardResult::Unavailable;
     }
-    // The lock is polled rather than waited for, so that a process that
-    // hangs while holding it cannot hang us beyond the time-out.
-    Attempt attempt = TryLock(file.get(), mode);
-    while (attempt == Attempt::Busy && Clock::now() < deadline) {
-      ::Sleep(pause);
-      if (pause < 5) pause *= 2;
-      attempt = TryLock(file.get(), mode);
+    if (create && !FileExists(name)) {
+      HANDLE file = ::CreateFileW(name, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                  OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+      if (file == INVALID_HANDLE_VALUE) {
+        ::ReleaseMutex(mutex);
+        ::CloseHandle(mutex);
+        return GuardResult::Unavailable;
+      }
+      ::CloseHandle(file);
+    } else if (!create && !FileExists(name)) {
+      // Removed while we waited.
+      ::ReleaseMutex(mutex);
+      ::CloseHandle(mutex);
+      return GuardResult::Missing;
     }
-    if (attempt == Attempt::Granted && StillNamed(file.get(), name)) {
-      *handle = reinterpret_cast<FileGuardHandle>(file.release());
-      return GuardResult::Held;
-    }
-    if (attempt == Attempt::Granted) {
-      OVERLAPPED region = GuardRegion();
-      ::UnlockFileEx(file.get(), 0, 1, 0, &region);
-    }
-    if (attempt != Attempt::Granted || Clock::now() >= deadline) return GuardResult::Unavailable;
+    *handle = reinterpret_cast<FileGuardHandle>(mutex);
+    return GuardResult::Held;
+  } catch (const std::bad_alloc&) {
+    return GuardResult::Unavailable;
   }
 }
 
 void ReleaseFileGuard(FileGuardHandle handle) {
   if (handle == kNoFileGuard) return;
-  HANDLE file = reinterpret_cast<HANDLE>(handle);
-  OVERLAPPED region = GuardRegion();
-  ::UnlockFileEx(file, 0, 1, 0, &region);
-  ::CloseHandle(file);
+  HANDLE mutex = reinterpret_cast<HANDLE>(handle);
+  ::ReleaseMutex(mutex);
+  ::CloseHandle(mutex);
 }
 
 bool ReplaceFile(const char16_t* from, const char16_t* to) {

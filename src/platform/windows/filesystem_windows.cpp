@@ -137,7 +137,11 @@ FileError RenameNoReplace(const char16_t* from, const char16_t* to) {
 bool CopyFile(const char16_t* from, const char16_t* to, bool failIfExists, CopyProgress progress, void* context,
               const volatile bool* cancel) {
   if (cancel != nullptr && *cancel) return false;
-  const bool targetExisted = ::GetFileAttributesW(Wide(to)) != INVALID_FILE_ATTRIBUTES;
+  const DWORD targetAttributes = ::GetFileAttributesW(Wide(to));
+  const bool targetExisted = targetAttributes != INVALID_FILE_ATTRIBUTES;
+  // A read-only target is never overwritten (Windows refuses it; Wine's copy
+  // does not).
+  if (targetExisted && (targetAttributes & FILE_ATTRIBUTE_READONLY) != 0) return false;
   CopyState state{progress, context, cancel};
   BOOL cancelFlag = FALSE;
   if (::CopyFileExW(Wide(from), Wide(to), CopyProgressRoutine, &state, &cancelFlag,
