@@ -144,11 +144,19 @@ void C_REGKEY::InitMachine(HANDLE handle) {
 }
 
 C_REGKEY::HANDLE C_REGKEY::OpenStore(const C_STRING& path) {
-  C_STRING expanded(path);
-  C_FILE::ExpandPath(&expanded);
-  HANDLE top = store::OpenSettingsStore(expanded.GetWCHAR());
-  if (top == nullptr) CerrFileCannotOpen.TriggerMild(&expanded);
-  return top;
+  C_STRING name(path);
+  if (store::SettingsStoreIsFile(name.GetWCHAR())) C_FILE::ExpandPath(&name);
+  HANDLE top = store::OpenSettingsStore(name.GetWCHAR());
+  if (top != nullptr) return top;
+  // A database URI is named without its password.
+  C_STRING shown = name;
+  try {
+    shown = qorc::FromUnits(store::SettingsStoreShownName(qorc::Units(name)));
+  } catch (const std::bad_alloc&) {
+    shown = C_STRING::VOID;
+  }
+  CerrFileCannotOpen.TriggerMild(&shown);
+  return nullptr;
 }
 
 C_STRING C_REGKEY::DefaultStorePath(const C_REGKEY* root) {

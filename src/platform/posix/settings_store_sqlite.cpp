@@ -31,19 +31,16 @@
 #include <vector>
 
 #include "platform/posix/native_path.h"
-#include "platform/settings_store.h"
-#include "platform/text.h"
+#include "platform/settings_backend.h"
 
 namespace qorc::platform::posix {
 
 // "qorc" in ASCII: marks a database as a settings store.
 constexpr int kStoreApplicationId = 0x716F7263;
 constexpr int kStoreSchemaVersion = 1;
-constexpr sqlite3_int64 kTopKeyId = 1;
+constexpr sqlite3_int64 kTopKeyId = kTopSettingsKeyId;
 // How long a writer waits for the writers of other processes.
 constexpr int kBusyTimeoutMs = 10000;
-// The longest name of one key, as on Windows.
-constexpr std::size_t kMaxKeyNameLength = 255;
 
 enum Statement {
   kFindChild,
@@ -115,14 +112,10 @@ struct Store {
   }
 };
 
-}  // namespace qorc::platform::posix
+// The store a key of this back-end belongs to.
+inline Store* StoreOf(const SettingsKey* key) { return static_cast<Store*>(key->store); }
 
-struct C_REGKEY::STORE_KEY {
-  qorc::platform::posix::Store* store;
-  sqlite3_int64 id;
-  unsigned access;
-  std::u16string path;  // from the top of the store, as it was opened
-};
+}  // namespace qorc::platform::posix
 
 namespace qorc::platform {
 namespace posix {
@@ -172,36 +165,15 @@ SettingsKey* NewKey(Store* store, sqlite3_int64 id, unsigned access, const std::
 }
 
 bool IsLive(const SettingsKey* key) {
-  return key != nullptr && LiveKeys().count(key) != 0 && key->store->owner == CurrentProcess();
+  return key != nullptr && LiveKeys().count(key) != 0 && StoreOf(key)->owner == CurrentProcess();
 }
 
-std::string NameBytes(const std::u16string& name) {
-  std::string bytes(name.size() * 2, '\0');
-  for (std::size_t i = 0; i < name.size(); ++i) {
-    bytes[2 * i] = static_cast<char>(name[i] & 0xFF);
-    bytes[2 * i + 1] = static_cast<char>(name[i] >> 8);
-  }
-  return bytes;
-}
-
-std::string FoldBytes(const std::u16string& name) {
-  std::string bytes(name.size() * 2, '\0');
-  for (std::size_t i = 0; i < name.size(); ++i) {
-    const char16_t upper = CharToUpper(name[i]);
-    bytes[2 * i] = static_cast<char>(upper >> 8);
-    bytes[2 * i + 1] = static_cast<char>(upper & 0xFF);
-  }
-  return bytes;
-}
+std::string NameBytes(const std::u16string& name) { return SettingsNameBytes(name); }
+std::string FoldBytes(const std::u16string& name) { return SettingsFoldBytes(name); }
 
 std::u16string NameFromColumn(sqlite3_stmt* statement, int column) {
   const unsigned char* bytes = static_cast<const unsigned char*>(sqlite3_column_blob(statement, column));
-  const int size = sqlite3_column_bytes(statement, column);
-  std::u16string name(static_cast<std::size_t>(size / 2), u'\0');
-  for (std::size_t i = 0; i < name.size(); ++i) {
-    name[i] = static_cast<char16_t>(bytes[2 * i] | (bytes[2 * i + 1] << 8));
-  }
-  return name;
+  return SettingsNameFromBytes(bytes, static_cast<std::size_t>(sqlite3_column_bytes(statement, column)));
 }
 
 void BindBytes(sqlite3_stmt* statement, int index, const std::string& bytes) {
@@ -296,18 +268,8 @@ SettingsResult InsertKey(Store* store, sqlite3_int64 parent, const std::u16strin
   return SettingsResult::Ok;
 }
 
-// Splits a key path at "\"; false when a component is empty or too long.
 bool SplitKeyPath(const std::u16string& path, std::vector<std::u16string>* parts) {
-  if (path.empty()) return true;
-  std::size_t start = 0;
-  for (;;) {
-    const std::size_t end = path.find(u'\\', start);
-    const std::size_t length = (end == std::u16string::npos ? path.size() : end) - start;
-    if (length == 0 || length > kMaxKeyNameLength) return false;
-    parts->push_back(path.substr(start, length));
-    if (end == std::u16string::npos) return true;
-    start = end + 1;
-  }
+  return SplitSettingsKeyPath(path, parts);
 }
 
 // Walks (and with `create` makes) the path from `id`. With `remembered`, ids
@@ -347,11 +309,11 @@ bool KeyExists(Store* store, sqlite3_int64 id) {
 // the handle now names another id, so that the failed operation is worth
 // repeating.
 bool Refresh(SettingsKey* key) {
-  if (key->id == kTopKeyId || KeyExists(key->store, key->id)) return false;
+  if (key->id == kTopKeyId || KeyExists(StoreOf(key), key->id)) return false;
   std::vector<std::u16string> parts;
   sqlite3_int64 id = 0;
   if (!SplitKeyPath(key->path, &parts) ||
-      ResolvePath(key->store, kTopKeyId, parts, false, false, &id) != SettingsResult::Ok) {
+      ResolvePath(StoreOf(key), kTopKeyId, parts, false, false, &id) != SettingsResult::Ok) {
     return false;
   }
   key->id = id;
@@ -361,13 +323,13 @@ bool Refresh(SettingsKey* key) {
 // The names of the key's subkeys or entries; NotFound when the key is gone.
 SettingsResult ListNames(SettingsKey* key, Statement which, std::vector<std::u16string>* names) {
   names->clear();
-  Use list(key->store, which);
+  Use list(StoreOf(key), which);
   if (!list) return SettingsResult::Failed;
   sqlite3_bind_int64(list.get(), 1, key->id);
   int rc;
   while ((rc = sqlite3_step(list.get())) == SQLITE_ROW) names->push_back(NameFromColumn(list.get(), 0));
   if (rc != SQLITE_DONE) return SettingsResult::Failed;
-  return !names->empty() || KeyExists(key->store, key->id) ? SettingsResult::Ok : SettingsResult::NotFound;
+  return !names->empty() || KeyExists(StoreOf(key), key->id) ? SettingsResult::Ok : SettingsResult::NotFound;
 }
 
 // Runs the operation, and once more when it failed because the key's id had
@@ -469,6 +431,10 @@ std::unique_ptr<Store> OpenDatabase(const std::string& file) {
 }  // namespace
 }  // namespace posix
 
+// The back-end's operations, with the contracts of the seam functions of the
+// same names.
+namespace sqlite {
+
 SettingsKey* OpenSettingsStore(const char16_t* path) {
   using namespace posix;
   try {
@@ -509,7 +475,7 @@ SettingsResult OpenSettingsKey(SettingsKey* parent, const std::u16string& path, 
   try {
     std::vector<std::u16string> parts;
     if (!SplitKeyPath(path, &parts)) return SettingsResult::NotFound;
-    Store* store = parent->store;
+    Store* store = StoreOf(parent);
     sqlite3_int64 id = 0;
     // Opening trusts the ids found before; creating asks the database, which
     // makes what is missing.
@@ -533,7 +499,7 @@ SettingsResult OpenSettingsKey(SettingsKey* parent, const std::u16string& path, 
 bool CloseSettingsKey(SettingsKey* key) {
   using namespace posix;
   if (!IsLive(key)) return false;
-  if (key == key->store->top) return true;
+  if (key == StoreOf(key)->top) return true;
   LiveKeys().erase(key);
   delete key;
   return true;
@@ -547,7 +513,7 @@ SettingsResult QuerySettingsEntry(SettingsKey* key, const std::u16string& name, 
   try {
     const std::string fold = FoldBytes(name);
     return OnFreshKey(key, [&] {
-      Use query(key->store, kQueryEntry);
+      Use query(StoreOf(key), kQueryEntry);
       if (!query) return SettingsResult::Failed;
       sqlite3_bind_int64(query.get(), 1, key->id);
       BindBytes(query.get(), 2, fold);
@@ -574,7 +540,7 @@ SettingsResult SetSettingsEntry(SettingsKey* key, const std::u16string& name, un
   try {
     const std::string bytes = NameBytes(name), fold = FoldBytes(name);
     return OnFreshKey(key, [&] {
-      Use upsert(key->store, kUpsertEntry);
+      Use upsert(StoreOf(key), kUpsertEntry);
       if (!upsert) return SettingsResult::Failed;
       sqlite3_bind_int64(upsert.get(), 1, key->id);
       BindBytes(upsert.get(), 2, bytes);
@@ -595,13 +561,13 @@ SettingsResult DeleteSettingsEntry(SettingsKey* key, const std::u16string& name)
   try {
     const std::string fold = FoldBytes(name);
     return OnFreshKey(key, [&] {
-      Use erase(key->store, kDeleteEntry);
+      Use erase(StoreOf(key), kDeleteEntry);
       if (!erase) return SettingsResult::Failed;
       sqlite3_bind_int64(erase.get(), 1, key->id);
       BindBytes(erase.get(), 2, fold);
       const SettingsResult result = StepToEnd(erase.get());
       if (result != SettingsResult::Ok) return result;
-      return sqlite3_changes(key->store->db) > 0 ? SettingsResult::Ok : SettingsResult::NotFound;
+      return sqlite3_changes(StoreOf(key)->db) > 0 ? SettingsResult::Ok : SettingsResult::NotFound;
     });
   } catch (const std::bad_alloc&) {
     return SettingsResult::Failed;
@@ -626,7 +592,7 @@ SettingsResult DeleteSettingsSubkey(SettingsKey* key, const std::u16string& name
   try {
     std::vector<std::u16string> parts;
     if (!SplitKeyPath(name, &parts) || parts.empty()) return SettingsResult::NotFound;
-    Store* store = key->store;
+    Store* store = StoreOf(key);
     return OnFreshKey(key, [&] {
       Transaction change(store);
       if (!change.Begun()) return SettingsResult::Failed;
@@ -657,7 +623,7 @@ SettingsResult DeleteSettingsTree(SettingsKey* key, const std::u16string& path) 
   try {
     std::vector<std::u16string> parts;
     if (!SplitKeyPath(path, &parts) || parts.empty()) return SettingsResult::NotFound;
-    Store* store = key->store;
+    Store* store = StoreOf(key);
     Refresh(key);
     if (!KeyExists(store, key->id)) return SettingsResult::NotFound;
     Transaction change(store);
@@ -697,21 +663,21 @@ SettingsResult ListSettingsEntries(SettingsKey* key, std::vector<std::u16string>
 }
 
 bool BeginSettingsBatch(SettingsKey* key) {
-  return posix::IsLive(key) && sqlite3_get_autocommit(key->store->db) != 0 &&
-         sqlite3_exec(key->store->db, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) == SQLITE_OK;
+  return posix::IsLive(key) && sqlite3_get_autocommit(posix::StoreOf(key)->db) != 0 &&
+         sqlite3_exec(posix::StoreOf(key)->db, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) == SQLITE_OK;
 }
 
 bool CommitSettingsBatch(SettingsKey* key) {
   if (!posix::IsLive(key)) return false;
-  if (sqlite3_exec(key->store->db, "COMMIT", nullptr, nullptr, nullptr) == SQLITE_OK) return true;
+  if (sqlite3_exec(posix::StoreOf(key)->db, "COMMIT", nullptr, nullptr, nullptr) == SQLITE_OK) return true;
   AbandonSettingsBatch(key);
   return false;
 }
 
 void AbandonSettingsBatch(SettingsKey* key) {
-  if (posix::IsLive(key) && sqlite3_get_autocommit(key->store->db) == 0) {
-    sqlite3_exec(key->store->db, "ROLLBACK", nullptr, nullptr, nullptr);
-    key->store->children.clear();
+  if (posix::IsLive(key) && sqlite3_get_autocommit(posix::StoreOf(key)->db) == 0) {
+    sqlite3_exec(posix::StoreOf(key)->db, "ROLLBACK", nullptr, nullptr, nullptr);
+    posix::StoreOf(key)->children.clear();
   }
 }
 
@@ -722,7 +688,7 @@ std::u16string SettingsKeyPath(const SettingsKey* key) {
   try {
     sqlite3_int64 id = key->id;
     while (id != kTopKeyId) {
-      Use parent(key->store, kKeyParent);
+      Use parent(StoreOf(key), kKeyParent);
       if (!parent) break;
       sqlite3_bind_int64(parent.get(), 1, id);
       if (sqlite3_step(parent.get()) != SQLITE_ROW) break;
@@ -738,6 +704,22 @@ std::u16string SettingsKeyPath(const SettingsKey* key) {
 
 bool SameSettingsStore(const SettingsKey* a, const SettingsKey* b) {
   return posix::IsLive(a) && posix::IsLive(b) && a->store == b->store;
+}
+
+bool OwnsKey(const SettingsKey* key) { return key != nullptr && posix::LiveKeys().count(key) != 0; }
+
+}  // namespace sqlite
+
+const SettingsBackend& LocalSettingsBackend() {
+  static const SettingsBackend backend = {
+      sqlite::OpenSettingsStore,  sqlite::CloseAllSettingsStores, sqlite::OwnsKey,
+      sqlite::OpenSettingsKey,    sqlite::CloseSettingsKey,       sqlite::QuerySettingsEntry,
+      sqlite::SetSettingsEntry,   sqlite::DeleteSettingsEntry,    sqlite::DeleteSettingsSubkey,
+      sqlite::DeleteSettingsTree, sqlite::ListSettingsSubkeys,    sqlite::ListSettingsEntries,
+      sqlite::BeginSettingsBatch, sqlite::CommitSettingsBatch,    sqlite::AbandonSettingsBatch,
+      sqlite::SettingsKeyPath,    sqlite::SameSettingsStore,
+  };
+  return backend;
 }
 
 std::u16string UserSettingsStorePath() {
