@@ -23,14 +23,21 @@
 // that dies or loses its connection mid-transaction leaves nothing of it:
 // the server rolls it back.
 //
-// Time-outs, so that no call hangs: connecting gives up after
-// kConnectTimeoutSeconds (libpq's connect_timeout, unless the URI or
-// PGCONNECT_TIMEOUT says otherwise); each statement is cancelled by the
-// server after kStatementTimeoutMs; the client waits at most kReplyTimeoutMs
-// for any reply and then drops the connection; TCP keepalives find a peer
-// that has vanished. A call whose connection is lost is run once more on a
-// new connection (outside a batch); when that cannot be made, it fails. The
-// next call tries again, so the store works again once the server is back.
+// Time-outs, so that no call hangs: every call of the seam ends within
+// kCallTimeoutMs, whatever it has to do (wait for replies, connect again,
+// run again after a serialization failure). Connecting gives up after
+// kConnectTimeoutSeconds, or the URI's connect_timeout (or PGCONNECT_TIMEOUT)
+// when that is shorter; the server cancels a statement after
+// kStatementTimeoutMs and ends a transaction left idle after
+// kIdleInTransactionTimeoutMs; TCP keepalives find a peer that has vanished.
+// A call whose connection is found lost is run once more on a new connection
+// (outside a batch), except after a time-out: a server that stopped
+// answering is not asked again within the same call. A call that fails
+// leaves no connection behind, so the next call connects again and the store
+// works again once the server is back. A write whose reply never came is in
+// doubt, as with any database: the server may still commit it (whole) when
+// it answers again; the call reports the failure. Looking up the server's host name is
+// the system resolver's affair and is not bounded here.
 //
 // A connection belongs to the process that made it: a child made by fork
 // keeps its parent's stores and handles, and on first use opens a
@@ -38,6 +45,7 @@
 #include <libpq-fe.h>
 #include <poll.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
@@ -60,7 +68,7 @@ namespace {
 
 constexpr int kConnectTimeoutSeconds = 10;
 constexpr int kStatementTimeoutMs = 10000;
-constexpr int kReplyTimeoutMs = 15000;
+constexpr int kCallTimeoutMs = 15000;
 // A transaction left open by a client that stopped talking is ended by the
 // server after this long, so that its locks do not outlive it.
 constexpr int kIdleInTransactionTimeoutMs = 60000;
@@ -144,8 +152,36 @@ enum class Outcome {
 
 enum class Batch { None, Open, Broken };
 
+using Clock = std::chrono::steady_clock;
+
+// When the seam call under way must end; set by each call (see Call).
+Clock::time_point g_callDeadline = Clock::time_point::max();
+// Whether a reply or a connection timed out during the call under way.
+bool g_timedOut = false;
+
+// Bounds one call of the seam, with everything it does, by kCallTimeoutMs.
+// Calls inside a call keep the outer deadline.
+class Call {
+ public:
+  Call() : outer_(g_callDeadline != Clock::time_point::max()) {
+    if (!outer_) {
+      g_callDeadline = Clock::now() + std::chrono::milliseconds(kCallTimeoutMs);
+      g_timedOut = false;
+    }
+  }
+  ~Call() {
+    if (!outer_) g_callDeadline = Clock::time_point::max();
+  }
+  Call(const Call&) = delete;
+  Call& operator=(const Call&) = delete;
+
+ private:
+  bool outer_;
+};
+
 struct Store {
   std::string conninfo;  // as given; never shown, since it may hold a password
+  int connectTimeoutMs = kConnectTimeoutSeconds * 1000;
   std::string identity;  // server, port, database and user, as connected
   unsigned long owner = CurrentProcessId();
   PGconn* conn = nullptr;
@@ -226,11 +262,13 @@ bool IsFailure(const PGresult* result) {
 // reply took too long; the connection is then dropped.
 PGresult* Collect(Store* store) {
   PGconn* conn = store->conn;
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kReplyTimeoutMs);
+  const Clock::time_point deadline = g_callDeadline;
   int flushed;
   while ((flushed = PQflush(conn)) == 1) {
-    if (!WaitForSocket(conn, true, deadline) || !PQconsumeInput(conn)) flushed = -1;
-    if (flushed == -1) break;
+    if (!WaitForSocket(conn, true, deadline) || !PQconsumeInput(conn)) {
+      flushed = -1;
+      break;
+    }
   }
   PGresult* kept = nullptr;
   bool failed = flushed == -1;
@@ -315,48 +353,58 @@ PGresult* RunText(Store* store, const char* sql) {
   return Collect(store);
 }
 
-// `fallback`, or nothing (libpq's own choice) when the variable is set.
-std::string UnlessInEnvironment(const char* variable, const std::string& fallback) {
-  const char* value = std::getenv(variable);
-  return value != nullptr && value[0] != '\0' ? std::string() : fallback;
-}
-
-// Opens a connection with the library's time-outs (the URI's own settings
-// win) and the session settings every operation relies on.
+// Opens a connection (without waiting past the call's deadline or the
+// connect time-out) with the session settings every operation relies on.
+// The URI's own keywords win over the defaults given here.
 bool Connect(Store* store) {
   Disconnect(store);
-  const std::string connectTimeout = UnlessInEnvironment("PGCONNECT_TIMEOUT", std::to_string(kConnectTimeoutSeconds));
-  // Earlier keywords are defaults: the URI, expanded in place of dbname,
-  // overrides them.
-  const char* keywords[] = {"connect_timeout",           "keepalives",       "keepalives_idle",
-                            "keepalives_interval",       "keepalives_count", "tcp_user_timeout",
-                            "fallback_application_name", "dbname",           nullptr};
-  const std::string tcpTimeout = std::to_string(kReplyTimeoutMs);
-  const char* values[] = {connectTimeout.c_str(),  "1",    "10", "5", "3", tcpTimeout.c_str(), "qorc",
-                          store->conninfo.c_str(), nullptr};
-  PGconn* conn = PQconnectdbParams(keywords, values, 1);
+  if (g_timedOut) return false;  // a server that stopped answering is not asked again in this call
+  const std::string tcpTimeout = std::to_string(kCallTimeoutMs);
+  const char* keywords[] = {"keepalives",       "keepalives_idle", "keepalives_interval",       "keepalives_count",
+                            "tcp_user_timeout", "dbname",          "fallback_application_name", nullptr};
+  const char* values[] = {"1", "10", "5", "3", tcpTimeout.c_str(), store->conninfo.c_str(), "qorc", nullptr};
+  PGconn* conn = PQconnectStartParams(keywords, values, 1);
   if (conn == nullptr) return false;
-  if (PQstatus(conn) != CONNECTION_OK) {
-    PQfinish(conn);
+  store->conn = conn;
+  store->owner = CurrentProcessId();
+  const Clock::time_point deadline =
+      std::min(g_callDeadline, Clock::now() + std::chrono::milliseconds(store->connectTimeoutMs));
+  PostgresPollingStatusType polling = PGRES_POLLING_WRITING;
+  while (PQstatus(conn) != CONNECTION_BAD && polling != PGRES_POLLING_OK && polling != PGRES_POLLING_FAILED) {
+    if (!WaitForSocket(conn, polling == PGRES_POLLING_WRITING, deadline)) break;
+    polling = PQconnectPoll(conn);
+  }
+  if (polling != PGRES_POLLING_OK || PQstatus(conn) != CONNECTION_OK) {
+    Disconnect(store);
     return false;
   }
   PQsetNoticeProcessor(conn, IgnoreNotice, nullptr);
-  store->conn = conn;
-  store->owner = CurrentProcessId();
   if (PQsetnonblocking(conn, 1) != 0) {
     Disconnect(store);
     return false;
   }
-  const std::string session =
-      "SET statement_timeout = " + std::to_string(kStatementTimeoutMs) +
-      "; SET idle_in_transaction_session_timeout = " + std::to_string(kIdleInTransactionTimeoutMs) +
-      "; SET client_min_messages = warning";
+  const std::string session = "SET statement_timeout = " + std::to_string(kStatementTimeoutMs) +
+                              "; SET idle_in_transaction_session_timeout = " +
+                              std::to_string(kIdleInTransactionTimeoutMs) + "; SET client_min_messages = warning";
   Reply settings(RunText(store, session.c_str()));
   if (settings.outcome() != Outcome::Ok) {
     Disconnect(store);
     return false;
   }
   return true;
+}
+
+// The connect time-out of a URI: its connect_timeout, else PGCONNECT_TIMEOUT,
+// as libpq reads them (at least 2 s), when shorter than the library's.
+int ConnectTimeoutMs(const PQconninfoOption* options) {
+  int seconds = kConnectTimeoutSeconds;
+  for (const PQconninfoOption* option = options; option->keyword != nullptr; ++option) {
+    if (std::strcmp(option->keyword, "connect_timeout") == 0 && option->val != nullptr && option->val[0] != '\0') {
+      const int given = std::atoi(option->val);
+      if (given > 0) seconds = std::min(seconds, std::max(given, 2));
+    }
+  }
+  return seconds * 1000;
 }
 
 // The connection of this process, made (again) when there is none: a child
@@ -471,11 +519,12 @@ Outcome Attempt(Store* store, Operation operation) {
   for (int attempt = 1;; ++attempt) {
     const Outcome outcome = operation();
     if (store->batch != Batch::None) return outcome;
+    if (Clock::now() >= g_callDeadline) return outcome;
     if (outcome == Outcome::Retry && attempt < kAttempts) {
       std::this_thread::sleep_for(std::chrono::milliseconds(attempt));
       continue;
     }
-    if (outcome == Outcome::Lost && !reconnected) {
+    if (outcome == Outcome::Lost && !reconnected && !g_timedOut) {
       reconnected = true;
       if (Connected(store)) continue;
     }
@@ -658,6 +707,7 @@ Store* FindStore(const std::string& conninfo, const std::string& identity) {
 // same names.
 
 SettingsKey* OpenSettingsStore(const char16_t* name) {
+  const Call call;
   try {
     const std::string conninfo = Utf8(name);
     if (conninfo.empty()) return nullptr;
@@ -666,9 +716,10 @@ SettingsKey* OpenSettingsStore(const char16_t* name) {
     PQconninfoOption* options = PQconninfoParse(conninfo.c_str(), &parseError);
     PQfreemem(parseError);  // it may quote the URI, password and all: never shown
     if (options == nullptr) return nullptr;
-    PQconninfoFree(options);
     std::unique_ptr<Store> store(new Store);
     store->conninfo = conninfo;
+    store->connectTimeoutMs = ConnectTimeoutMs(options);
+    PQconninfoFree(options);
     if (!Connect(store.get()) || !PrepareSchema(store.get())) return nullptr;
     store->identity = std::string(PQhost(store->conn)) + '\n' + PQport(store->conn) + '\n' + PQdb(store->conn) + '\n' +
                       PQuser(store->conn);
@@ -697,6 +748,7 @@ bool OwnsKey(const SettingsKey* key) { return IsLive(key); }
 
 SettingsResult OpenSettingsKey(SettingsKey* parent, const std::u16string& path, unsigned access, bool create,
                                SettingsKey** key) {
+  const Call call;
   *key = nullptr;
   if (!IsLive(parent)) return SettingsResult::Failed;
   try {
@@ -731,6 +783,7 @@ bool CloseSettingsKey(SettingsKey* key) {
 
 SettingsResult QuerySettingsEntry(SettingsKey* key, const std::u16string& name, unsigned* type,
                                   std::vector<unsigned char>* data) {
+  const Call call;
   if (!IsLive(key)) return SettingsResult::Failed;
   if ((key->access & kSettingsQuery) == 0) return SettingsResult::Denied;
   try {
@@ -750,6 +803,7 @@ SettingsResult QuerySettingsEntry(SettingsKey* key, const std::u16string& name, 
 
 SettingsResult SetSettingsEntry(SettingsKey* key, const std::u16string& name, unsigned type, const unsigned char* data,
                                 std::size_t size) {
+  const Call call;
   if (!IsLive(key)) return SettingsResult::Failed;
   if ((key->access & kSettingsSet) == 0) return SettingsResult::Denied;
   try {
@@ -769,6 +823,7 @@ SettingsResult SetSettingsEntry(SettingsKey* key, const std::u16string& name, un
 }
 
 SettingsResult DeleteSettingsEntry(SettingsKey* key, const std::u16string& name) {
+  const Call call;
   if (!IsLive(key)) return SettingsResult::Failed;
   if ((key->access & kSettingsSet) == 0) return SettingsResult::Denied;
   try {
@@ -784,6 +839,7 @@ SettingsResult DeleteSettingsEntry(SettingsKey* key, const std::u16string& name)
 }
 
 SettingsResult DeleteSettingsSubkey(SettingsKey* key, const std::u16string& name) {
+  const Call call;
   if (!IsLive(key)) return SettingsResult::Failed;
   try {
     std::vector<std::u16string> parts;
@@ -815,6 +871,7 @@ SettingsResult DeleteSettingsSubkey(SettingsKey* key, const std::u16string& name
 }
 
 SettingsResult DeleteSettingsTree(SettingsKey* key, const std::u16string& path) {
+  const Call call;
   if (!IsLive(key)) return SettingsResult::Failed;
   try {
     std::vector<std::u16string> parts;
@@ -840,6 +897,7 @@ SettingsResult DeleteSettingsTree(SettingsKey* key, const std::u16string& path) 
 }
 
 SettingsResult ListSettingsSubkeys(SettingsKey* key, std::vector<std::u16string>* names) {
+  const Call call;
   if (!IsLive(key)) return SettingsResult::Failed;
   if ((key->access & kSettingsEnumerate) == 0) return SettingsResult::Denied;
   try {
@@ -850,6 +908,7 @@ SettingsResult ListSettingsSubkeys(SettingsKey* key, std::vector<std::u16string>
 }
 
 SettingsResult ListSettingsEntries(SettingsKey* key, std::vector<std::u16string>* names) {
+  const Call call;
   if (!IsLive(key)) return SettingsResult::Failed;
   if ((key->access & kSettingsQuery) == 0) return SettingsResult::Denied;
   try {
@@ -863,6 +922,7 @@ SettingsResult ListSettingsEntries(SettingsKey* key, std::vector<std::u16string>
 // again on a serialization failure or a lost connection: it then fails
 // whole, and nothing of it is stored.
 bool BeginSettingsBatch(SettingsKey* key) {
+  const Call call;
   if (!IsLive(key)) return false;
   Store* store = StoreOf(key);
   if (store->batch != Batch::None) return false;
@@ -876,6 +936,7 @@ bool BeginSettingsBatch(SettingsKey* key) {
 }
 
 bool CommitSettingsBatch(SettingsKey* key) {
+  const Call call;
   if (!IsLive(key)) return false;
   Store* store = StoreOf(key);
   if (store->batch != Batch::Open || store->conn == nullptr) {
@@ -890,6 +951,7 @@ bool CommitSettingsBatch(SettingsKey* key) {
 }
 
 void AbandonSettingsBatch(SettingsKey* key) {
+  const Call call;
   if (!IsLive(key)) return;
   Store* store = StoreOf(key);
   if (store->batch == Batch::Open && store->conn != nullptr && store->owner == CurrentProcessId()) {
@@ -900,6 +962,7 @@ void AbandonSettingsBatch(SettingsKey* key) {
 }
 
 std::u16string SettingsKeyPath(const SettingsKey* key) {
+  const Call call;
   std::u16string path;
   if (!IsLive(key)) return path;
   try {
