@@ -2,7 +2,9 @@
 // the text files of the Windows registry editor.
 //
 // On this platform the settings live in store files of the library's own (one
-// SQLite database per store). A host wires its roots once:
+// SQLite database per store), or in a PostgreSQL database that several
+// machines share (a store named by a "postgresql://" URI). A host wires its
+// roots once:
 //
 //   C_REGKEY::InitUser(C_REGKEY::OpenStore(C_REGKEY::DefaultStorePath(C_REGKEY::USER)));
 //   C_REGKEY::InitMachine(C_REGKEY::OpenStore(C_REGKEY::DefaultStorePath(C_REGKEY::MACHINE)));
@@ -52,10 +54,21 @@ class QORC_API C_REGKEY {
 
   // Opens or creates the store file at `path` (library form, expanded through
   // the roots; missing folders are created) and returns the handle of its top
-  // key. The same file opened again gives the same handle. Handles live until
-  // Cclose. Null, with CerrFileCannotOpen and the path pending, when the file
-  // cannot be opened or is not a settings store.
+  // key. A libpq connection URI ("postgresql://user@host:port/database?...",
+  // or "postgres://") opens instead the store kept in that database, in the
+  // schema "qorc_settings", made on first use; credentials come from the URI,
+  // PGPASSFILE or the PG environment variables, as libpq takes them. Every
+  // operation on such a store is one transaction, and ends within 15 s: a
+  // server that is gone or does not answer gives CerrInternalError, and the
+  // next operation connects again. The same file or database opened again
+  // gives the same handle. Handles live until Cclose; a child made by fork
+  // goes on using them. Null, with CerrFileCannotOpen and the path (a URI
+  // without its password) pending, when the store cannot be opened or is not
+  // a settings store.
   static HANDLE OpenStore(const C_STRING& path);
+  // The name of a store as messages show it: a URI without its password,
+  // any other name as it is.
+  static C_STRING ShownStoreName(const C_STRING& store);
   // The conventional store of a root: $XDG_CONFIG_HOME/qorc/settings.sqlite
   // (else ~/.config/qorc/settings.sqlite) for USER,
   // /var/lib/qorc/settings.sqlite for MACHINE; VOID for any other key.

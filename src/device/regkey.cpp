@@ -148,15 +148,18 @@ C_REGKEY::HANDLE C_REGKEY::OpenStore(const C_STRING& path) {
   if (store::SettingsStoreIsFile(name.GetWCHAR())) C_FILE::ExpandPath(&name);
   HANDLE top = store::OpenSettingsStore(name.GetWCHAR());
   if (top != nullptr) return top;
-  // A database URI is named without its password.
-  C_STRING shown = name;
-  try {
-    shown = qorc::FromUnits(store::SettingsStoreShownName(qorc::Units(name)));
-  } catch (const std::bad_alloc&) {
-    shown = C_STRING::VOID;
-  }
+  const C_STRING shown = ShownStoreName(name);
   CerrFileCannotOpen.TriggerMild(&shown);
   return nullptr;
+}
+
+C_STRING C_REGKEY::ShownStoreName(const C_STRING& store) {
+  try {
+    return qorc::FromUnits(store::SettingsStoreShownName(qorc::Units(store)));
+  } catch (const std::bad_alloc&) {
+    CerrMemoryFull.Trigger();
+    return C_STRING::VOID;
+  }
 }
 
 C_STRING C_REGKEY::DefaultStorePath(const C_REGKEY* root) {

@@ -10,6 +10,7 @@
 #include <sstream>
 
 #include "support/instrument.h"
+#include "support/postgres_server.h"
 #include "tool/qor_runner.h"
 
 namespace {
@@ -118,6 +119,49 @@ TEST_F(ServiceCommandsTest, RegExportAndImportRoundTrip) {
   // Messages show key paths with "/".
   EXPECT_EQ(Outcome(Run({"reg", "--store", second, "list", "Software\\Nothing"})),
             Failure("qor: Not found: no key Software/Nothing in " + second + "\n"));
+}
+
+TEST_F(ServiceCommandsTest, RegWorksOnAStoreInPostgresql) {
+  std::string why;
+  PostgresServer* server = PostgresServer::Shared(&why);
+  if (server == nullptr) GTEST_SKIP() << why;
+  const std::string uri = server->NewStoreUri();
+  const std::string file = dir.File("file.sqlite");
+  {
+    C_REGKEY key;
+    key.Open(C_REGKEY::OpenStore(Library(file)), Library("Software\\Qorc\\Shared"), C_REGKEY::READ_WRITE, true);
+    key.SetEntry(Library("Name"));
+    key.WriteReadableString(Library("caf\xC3\xA9"));
+    key.SetEntry(Library("Numbers"));
+    key.Write(42);
+    key.Write(2.5);
+    C_REGKEY child;
+    child.Open(&key, Library("Child"), C_REGKEY::WRITE, true);
+  }
+  ASSERT_FALSE(C_ERROR::Is());
+  // From a store file into the database and back out: the same .reg file.
+  Output({"reg", "--store", file, "export", "Software\\Qorc", dir.File("file.reg")});
+  Output({"reg", "--store", uri, "import", dir.File("file.reg")});
+  Output({"reg", "--store", uri, "export", "Software\\Qorc", dir.File("database.reg")});
+  EXPECT_EQ(ReadWholeFile(dir.File("database.reg")), ReadWholeFile(dir.File("file.reg")));
+  EXPECT_EQ(Output({"reg", "--store", uri, "list", "Software/Qorc/Shared"}), "Child\\\n\"Name\"\n\"Numbers\"\n");
+  EXPECT_EQ(Output({"reg", "--store", uri, "get", "Software/Qorc/Shared", "name"}), "\"Name\"=\"caf\xC3\xA9\"\n");
+  EXPECT_EQ(server->Query(uri, "SELECT count(*) FROM qorc_settings.entries"), "2");
+  // Passwords stay out of messages, whether the store opens or not.
+  server->Query(uri, "GRANT USAGE ON SCHEMA qorc_settings TO secretive; GRANT SELECT ON ALL TABLES IN SCHEMA "
+                     "qorc_settings TO secretive");
+  const std::string secret = "postgresql://secretive:" + std::string(PostgresServer::kSecretPassword) + "@/" +
+                             uri.substr(14, uri.find('?') - 14) + "?host=" + server->SocketDirectory() + "&port=5432";
+  const std::string shown = "postgresql://secretive@/" + uri.substr(14, uri.find('?') - 14) + "?host=" +
+                            server->SocketDirectory() + "&port=5432";
+  EXPECT_EQ(Outcome(Run({"reg", "--store", secret, "list", "Software\\Nothing"})),
+            Failure("qor: Not found: no key Software\\Nothing in " + shown + "\n"));
+  std::string wrong = secret;
+  wrong.replace(wrong.find(PostgresServer::kSecretPassword), std::strlen(PostgresServer::kSecretPassword), "Wrong-Pa55");
+  const QorResult refused = Run({"reg", "--store", wrong, "list", "Software"});
+  EXPECT_NE(refused.status, 0);
+  EXPECT_EQ(refused.err.find("Wrong-Pa55"), std::string::npos) << refused.err;
+  EXPECT_NE(refused.err.find(shown), std::string::npos) << refused.err;
 }
 
 TEST_F(ServiceCommandsTest, StorageRoundTripAndListAgreeWithOlefile) {

@@ -48,7 +48,7 @@ bool OpenKey(const RegStore& store, const std::string& key, C_REGKEY::MODE mode,
   opened->Open(root, KeyPath(key), mode, create);
   if (C_ERROR::Is()) {
     C_ERROR::ClearPending();
-    return Fail(CerrStringNotFound, "no key " + key + " in " + Utf8(path));
+    return Fail(CerrStringNotFound, "no key " + key + " in " + Utf8(C_REGKEY::ShownStoreName(path)));
   }
   return true;
 }
