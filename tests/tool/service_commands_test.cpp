@@ -155,7 +155,7 @@ TEST_F(ServiceCommandsTest, RegWorksOnAStoreInPostgresql) {
   const std::string shown = "postgresql://secretive@/" + uri.substr(14, uri.find('?') - 14) + "?host=" +
                             server->SocketDirectory() + "&port=5432";
   EXPECT_EQ(Outcome(Run({"reg", "--store", secret, "list", "Software\\Nothing"})),
-            Failure("qor: Not found: no key Software\\Nothing in " + shown + "\n"));
+            Failure("qor: Not found: no key Software/Nothing in " + shown + "\n"));
   std::string wrong = secret;
   wrong.replace(wrong.find(PostgresServer::kSecretPassword), std::strlen(PostgresServer::kSecretPassword), "Wrong-Pa55");
   const QorResult refused = Run({"reg", "--store", wrong, "list", "Software"});
