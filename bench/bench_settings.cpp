@@ -2,10 +2,13 @@
 // (Open, SetEntry, three reads, Close) per second, against the same rows
 // written and read through SQLite directly: the same schema, journal and
 // synchronous settings, with prepared statements and the key's id known in
-// advance. Entries cycle over 1000 names of one key. Ratios are printed after
-// the runs.
+// advance. The same for a store in PostgreSQL, on a server of the bench's own
+// (a Unix socket), against raw libpq: prepared statements with binary
+// parameters, one round trip each, the key's id known. Entries cycle over
+// 1000 names of one key. Ratios are printed after the runs.
 #include <benchmark/benchmark.h>
 #include <qorc/qorc.h>
+#include <libpq-fe.h>
 #include <sqlite3.h>
 
 #include <cstdio>
@@ -15,6 +18,8 @@
 #include <map>
 #include <string>
 #include <vector>
+
+#include "support/postgres_server.h"
 
 namespace {
 
@@ -181,6 +186,162 @@ bool PrepareDirect(const std::string& path) {
              SQLITE_OK;
 }
 
+// PostgreSQL: the library's store, and the same rows through libpq directly,
+// in a database of their own.
+C_REGKEY::HANDLE g_pgStore = nullptr;
+struct DirectPostgres {
+  PGconn* conn = nullptr;
+  long long key = 0;
+  std::vector<std::string> names, folds;
+};
+DirectPostgres g_pg;
+
+void BM_RegkeyWriteEntryPostgres(benchmark::State& state) {
+  if (g_pgStore == nullptr) return state.SkipWithError("no PostgreSQL server");
+  int i = 0;
+  for (auto _ : state) {
+    C_REGKEY key;
+    key.Open(g_pgStore, kKey, C_REGKEY::WRITE, false);
+    key.SetEntry(g_names[i % kNames]);
+    key.Write(i);
+    key.Write(0.5 * i);
+    key.Write(kText);
+    key.Close();
+    ++i;
+  }
+  if (C_ERROR::Is()) state.SkipWithError("settings write failed");
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_RegkeyWriteEntryPostgres)->UseRealTime();
+
+void BM_RegkeyReadEntryPostgres(benchmark::State& state) {
+  if (g_pgStore == nullptr) return state.SkipWithError("no PostgreSQL server");
+  int i = 0;
+  long long sum = 0;
+  for (auto _ : state) {
+    C_REGKEY key;
+    key.Open(g_pgStore, kKey, C_REGKEY::READ, false);
+    key.SetEntry(g_names[i % kNames]);
+    int number = 0;
+    double real = 0;
+    C_STRING text;
+    key.Read(&number);
+    key.Read(&real);
+    key.Read(&text);
+    key.Close();
+    sum += number + text.GetNumber();
+    ++i;
+  }
+  benchmark::DoNotOptimize(sum);
+  if (C_ERROR::Is()) state.SkipWithError("settings read failed");
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_RegkeyReadEntryPostgres)->UseRealTime();
+
+std::string BigEndian64(long long value) {
+  std::string bytes(8, '\0');
+  for (int i = 0; i < 8; ++i) bytes[i] = static_cast<char>(static_cast<unsigned long long>(value) >> (56 - 8 * i));
+  return bytes;
+}
+
+bool DirectPostgresWrite(int i) {
+  const std::u16string text(kText.GetWCHAR(), kText.GetNumber());
+  const std::string key = BigEndian64(g_pg.key), type = BigEndian64(3);
+  const std::string data = FieldBytes(i, 0.5 * i, text);
+  const std::string& name = g_pg.names[i % kNames];
+  const std::string& fold = g_pg.folds[i % kNames];
+  const char* values[] = {key.data(), name.data(), fold.data(), type.data(), data.data()};
+  const int lengths[] = {8, static_cast<int>(name.size()), static_cast<int>(fold.size()), 8,
+                         static_cast<int>(data.size())};
+  const int formats[] = {1, 1, 1, 1, 1};
+  PGresult* result = PQexecPrepared(g_pg.conn, "upsert", 5, values, lengths, formats, 1);
+  const bool ok = PQresultStatus(result) == PGRES_COMMAND_OK;
+  PQclear(result);
+  return ok;
+}
+
+void BM_LibpqWriteEntry(benchmark::State& state) {
+  if (g_pg.conn == nullptr) return state.SkipWithError("no PostgreSQL server");
+  int i = 0;
+  for (auto _ : state) {
+    if (!DirectPostgresWrite(i)) state.SkipWithError("libpq write failed");
+    ++i;
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_LibpqWriteEntry)->UseRealTime();
+
+void BM_LibpqReadEntry(benchmark::State& state) {
+  if (g_pg.conn == nullptr) return state.SkipWithError("no PostgreSQL server");
+  const std::string key = BigEndian64(g_pg.key);
+  int i = 0;
+  long long sum = 0;
+  for (auto _ : state) {
+    const std::string& fold = g_pg.folds[i % kNames];
+    const char* values[] = {key.data(), fold.data()};
+    const int lengths[] = {8, static_cast<int>(fold.size())};
+    const int formats[] = {1, 1};
+    PGresult* result = PQexecPrepared(g_pg.conn, "select", 2, values, lengths, formats, 1);
+    if (PQresultStatus(result) == PGRES_TUPLES_OK && PQntuples(result) == 1) {
+      const unsigned char* data = reinterpret_cast<const unsigned char*>(PQgetvalue(result, 0, 0));
+      int number = 0;
+      double real = 0;
+      unsigned count = 0;
+      std::memcpy(&number, data, 4);
+      std::memcpy(&real, data + 4, 8);
+      std::memcpy(&count, data + 12, 4);
+      const std::u16string text(reinterpret_cast<const char16_t*>(data + 16), count);
+      sum += number + static_cast<long long>(text.size());
+    } else {
+      state.SkipWithError("libpq read failed");
+    }
+    PQclear(result);
+    ++i;
+  }
+  benchmark::DoNotOptimize(sum);
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_LibpqReadEntry)->UseRealTime();
+
+// Both databases start with every entry present, so that reads find them.
+bool PreparePostgres(PostgresServer* server) {
+  const std::string library = server->NewStoreUri(), direct = server->NewStoreUri();
+  g_pgStore = C_REGKEY::OpenStore(C_STRING(library.c_str()));
+  const C_REGKEY::HANDLE directStore = C_REGKEY::OpenStore(C_STRING(direct.c_str()));
+  if (g_pgStore == nullptr || directStore == nullptr) return false;
+  for (const C_REGKEY::HANDLE store : {g_pgStore, directStore}) {
+    C_REGKEY key;
+    key.Open(store, kKey, C_REGKEY::WRITE, true);
+    for (int i = 0; i < kNames && store == g_pgStore; ++i) {
+      key.SetEntry(g_names[i]);
+      key.Write(i);
+      key.Write(0.5 * i);
+      key.Write(kText);
+    }
+    key.Close();
+  }
+  g_pg.conn = PQconnectdb(direct.c_str());
+  if (PQstatus(g_pg.conn) != CONNECTION_OK) return false;
+  g_pg.key = std::atoll(server->Query(direct, "SELECT max(id) FROM qorc_settings.keys").c_str());
+  for (const C_STRING& name : g_names) {
+    g_pg.names.push_back(NameBytes(name));
+    g_pg.folds.push_back(FoldBytes(name));
+  }
+  PGresult* upsert = PQprepare(g_pg.conn, "upsert",
+                               "INSERT INTO qorc_settings.entries(key, name, fold, type, data) VALUES ($1, $2, $3, $4, "
+                               "$5) ON CONFLICT (key, fold) DO UPDATE SET type = excluded.type, data = excluded.data",
+                               5, nullptr);
+  PGresult* select = PQprepare(g_pg.conn, "select",
+                               "SELECT data FROM qorc_settings.entries WHERE key = $1 AND fold = $2", 2, nullptr);
+  const bool prepared = PQresultStatus(upsert) == PGRES_COMMAND_OK && PQresultStatus(select) == PGRES_COMMAND_OK;
+  PQclear(upsert);
+  PQclear(select);
+  for (int i = 0; prepared && i < kNames; ++i) {
+    if (!DirectPostgresWrite(i)) return false;
+  }
+  return prepared && !C_ERROR::Is();
+}
+
 class RatioReporter : public benchmark::ConsoleReporter {
  public:
   void ReportRuns(const std::vector<Run>& runs) override {
@@ -223,16 +384,34 @@ int main(int argc, char** argv) {
     key.Close();
   }
 
+  std::string why;
+  PostgresServer* server = PostgresServer::Shared(&why);
+  if (server == nullptr) {
+    std::printf("PostgreSQL benchmarks skipped: %s\n", why.c_str());
+  } else if (!PreparePostgres(server)) {
+    std::printf("PostgreSQL benchmarks skipped: the stores could not be prepared\n");
+    g_pgStore = nullptr;
+  }
+
   benchmark::Initialize(&argc, argv);
   RatioReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
   std::printf("\nLibrary against SQLite directly (target: at most 1.5x the time):\n");
   reporter.PrintRatio("write: Open+SetEntry+3 fields+Close", "BM_RegkeyWriteEntry", "BM_SqliteWriteEntry");
   reporter.PrintRatio("read: Open+SetEntry+3 reads+Close", "BM_RegkeyReadEntry", "BM_SqliteReadEntry");
+  std::printf("\nLibrary's PostgreSQL store against raw libpq (target: at most 1.5x the time):\n");
+  reporter.PrintRatio("write: Open+SetEntry+3 fields+Close", "BM_RegkeyWriteEntryPostgres/real_time",
+                      "BM_LibpqWriteEntry/real_time");
+  reporter.PrintRatio("read: Open+SetEntry+3 reads+Close", "BM_RegkeyReadEntryPostgres/real_time",
+                      "BM_LibpqReadEntry/real_time");
+  std::printf("\nPostgreSQL store against the SQLite store:\n");
+  reporter.PrintRatio("write", "BM_RegkeyWriteEntryPostgres/real_time", "BM_RegkeyWriteEntry");
+  reporter.PrintRatio("read", "BM_RegkeyReadEntryPostgres/real_time", "BM_RegkeyReadEntry");
   benchmark::Shutdown();
   sqlite3_finalize(g_direct.upsert);
   sqlite3_finalize(g_direct.select);
   sqlite3_close(g_direct.db);
+  PQfinish(g_pg.conn);
   std::filesystem::remove_all(g_dir);
   Cclose();
   return 0;
