@@ -7,8 +7,8 @@
 // parameters, one round trip each, the key's id known. Entries cycle over
 // 1000 names of one key. Ratios are printed after the runs.
 #include <benchmark/benchmark.h>
-#include <qorc/qorc.h>
 #include <libpq-fe.h>
+#include <qorc/qorc.h>
 #include <sqlite3.h>
 
 #include <cstdio>
@@ -331,8 +331,8 @@ bool PreparePostgres(PostgresServer* server) {
                                "INSERT INTO qorc_settings.entries(key, name, fold, type, data) VALUES ($1, $2, $3, $4, "
                                "$5) ON CONFLICT (key, fold) DO UPDATE SET type = excluded.type, data = excluded.data",
                                5, nullptr);
-  PGresult* select = PQprepare(g_pg.conn, "select",
-                               "SELECT data FROM qorc_settings.entries WHERE key = $1 AND fold = $2", 2, nullptr);
+  PGresult* select =
+      PQprepare(g_pg.conn, "select", "SELECT data FROM qorc_settings.entries WHERE key = $1 AND fold = $2", 2, nullptr);
   const bool prepared = PQresultStatus(upsert) == PGRES_COMMAND_OK && PQresultStatus(select) == PGRES_COMMAND_OK;
   PQclear(upsert);
   PQclear(select);

@@ -15,9 +15,8 @@ std::string RegBytes(const std::u16string& text) { return "\xFF\xFE" + Utf16(tex
 class RegkeyExchangeTest : public testing::TestWithParam<StoreKind> {
  protected:
   void SetUp() override {
-    std::string why = firstStore.Make(GetParam(), dir, "first.sqlite");
-    if (why.empty()) why = secondStore.Make(GetParam(), dir, "second.sqlite");
-    if (!why.empty()) GTEST_SKIP() << why;
+    MAKE_STORE_OR_SKIP(firstStore, GetParam(), dir, "first.sqlite");
+    MAKE_STORE_OR_SKIP(secondStore, GetParam(), dir, "second.sqlite");
   }
   TempDir dir;
   StoreUnderTest firstStore, secondStore;

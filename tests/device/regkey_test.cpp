@@ -15,10 +15,7 @@ const std::string kStoredFields("\x05\0\0\0\x02\0\0\0a\0b\0\x01\0\0\0", 16);
 // The suites that every kind of store passes alike.
 class RegkeyTest : public testing::TestWithParam<StoreKind> {
  protected:
-  void SetUp() override {
-    const std::string why = store.Make(GetParam(), dir, "settings.sqlite");
-    if (!why.empty()) GTEST_SKIP() << why;
-  }
+  void SetUp() override { MAKE_STORE_OR_SKIP(store, GetParam(), dir, "settings.sqlite"); }
   TempDir dir;
   StoreUnderTest store;
   C_REGKEY::HANDLE Store() const { return store.Open(); }

@@ -20,8 +20,7 @@ double SecondsSince(Clock::time_point start) { return std::chrono::duration<doub
 class SettingsPostgresTest : public testing::Test {
  protected:
   void SetUp() override {
-    const std::string why = pg.Make(StoreKind::Postgres, dir, std::string());
-    if (!why.empty()) GTEST_SKIP() << why;
+    MAKE_STORE_OR_SKIP(pg, StoreKind::Postgres, dir, std::string());
     server = pg.server();
   }
   TempDir dir;
@@ -30,8 +29,8 @@ class SettingsPostgresTest : public testing::Test {
   std::string Database() const { return pg.name().substr(14, pg.name().find('?') - 14); }
   // The store's URI for another role, with extra parameters.
   std::string UriFor(const std::string& credentials, const std::string& parameters = std::string()) const {
-    return "postgresql://" + credentials + "@/" + Database() + "?host=" + server->SocketDirectory() +
-           "&port=5432" + parameters;
+    return "postgresql://" + credentials + "@/" + Database() + "?host=" + server->SocketDirectory() + "&port=5432" +
+           parameters;
   }
 };
 
@@ -64,7 +63,7 @@ void WriteEveryKindOfEntry(C_REGKEY::HANDLE handle, const std::string& foreign) 
 
 TEST_F(SettingsPostgresTest, EveryKindOfEntryHasTheSameBytesAsInAStoreFile) {
   StoreUnderTest file;
-  file.Make(StoreKind::Sqlite, dir, "file.sqlite");
+  MAKE_STORE_OR_SKIP(file, StoreKind::Sqlite, dir, "file.sqlite");
   const std::string foreign = dir.File("foreign.reg");
   const std::u16string text =
       u"Windows Registry Editor Version 5.00\r\n\r\n[HKEY_CURRENT_USER\\Software\\Kinds]\r\n"
@@ -272,8 +271,10 @@ TEST_F(SettingsPostgresTest, ForkedChildrenUseConnectionsOfTheirOwn) {
   Put(key, u"Parent", 1);
   key.SetEntry(u"Parent");
   ASSERT_FALSE(C_ERROR::Is());
-  const std::string sessions = "SELECT string_agg(pid::text, ',' ORDER BY pid) FROM pg_stat_activity WHERE "
-                               "application_name = 'qorc' AND datname = '" + Database() + "'";
+  const std::string sessions =
+      "SELECT string_agg(pid::text, ',' ORDER BY pid) FROM pg_stat_activity WHERE "
+      "application_name = 'qorc' AND datname = '" +
+      Database() + "'";
   const std::string before = server->Query(pg.name(), sessions);
   ASSERT_NE(before.find_first_of("0123456789"), std::string::npos);
   for (int child = 0; child < 2; ++child) {

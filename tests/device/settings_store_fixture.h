@@ -27,22 +27,26 @@ inline std::string Utf16Hex(const std::u16string& text) {
 
 inline std::string FromHex(const std::string& hex) {
   std::string bytes;
-  for (std::size_t i = 0; i + 1 < hex.size(); i += 2) bytes.push_back(static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16)));
+  for (std::size_t i = 0; i + 1 < hex.size(); i += 2)
+    bytes.push_back(static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16)));
   return bytes;
 }
 
 // One store of either kind, and raw access to what it holds.
 class StoreUnderTest {
  public:
-  // Empty when the store can be had; else why not (the test then skips).
-  std::string Make(StoreKind kind, const TempDir& dir, const std::string& file) {
+  // Empty when the store can be had; else why not, with *absent telling
+  // whether the PostgreSQL binaries are missing (the test then skips; any
+  // other reason fails it).
+  std::string Make(StoreKind kind, const TempDir& dir, const std::string& file, bool* absent) {
     kind_ = kind;
+    *absent = false;
     if (kind == StoreKind::Sqlite) {
       name_ = dir.File(file);
       return std::string();
     }
     std::string why;
-    server_ = PostgresServer::Shared(&why);
+    server_ = PostgresServer::Shared(&why, absent);
     if (server_ != nullptr) name_ = server_->NewStoreUri();
     return why;
   }
@@ -57,14 +61,17 @@ class StoreUnderTest {
       return Sql(name_, "SELECT e.data FROM entries e JOIN keys k ON k.id = e.key WHERE k.name = x'" + Utf16Hex(key) +
                             "' AND e.name = x'" + Utf16Hex(entry) + "'");
     }
-    return FromHex(server_->Query(name_, "SELECT encode(e.data, 'hex') FROM qorc_settings.entries e JOIN "
-                                         "qorc_settings.keys k ON k.id = e.key WHERE k.name = '\\x" +
-                                             Utf16Hex(key) + "'::bytea AND e.name = '\\x" + Utf16Hex(entry) + "'::bytea"));
+    return FromHex(server_->Query(name_,
+                                  "SELECT encode(e.data, 'hex') FROM qorc_settings.entries e JOIN "
+                                  "qorc_settings.keys k ON k.id = e.key WHERE k.name = '\\x" +
+                                      Utf16Hex(key) + "'::bytea AND e.name = '\\x" + Utf16Hex(entry) + "'::bytea"));
   }
 
   std::string CountKeysNamed(const std::u16string& key) const {
-    if (kind_ == StoreKind::Sqlite) return Sql(name_, "SELECT count(*) FROM keys WHERE name = x'" + Utf16Hex(key) + "'");
-    return server_->Query(name_, "SELECT count(*) FROM qorc_settings.keys WHERE name = '\\x" + Utf16Hex(key) + "'::bytea");
+    if (kind_ == StoreKind::Sqlite)
+      return Sql(name_, "SELECT count(*) FROM keys WHERE name = x'" + Utf16Hex(key) + "'");
+    return server_->Query(name_,
+                          "SELECT count(*) FROM qorc_settings.keys WHERE name = '\\x" + Utf16Hex(key) + "'::bytea");
   }
 
   // Every entry, by key name, entry name, type and data, in hexadecimal, sorted, one per line.
@@ -74,10 +81,11 @@ class StoreUnderTest {
                  "SELECT group_concat(row || char(10), '') FROM (SELECT hex(k.name) || '|' || hex(e.name) || '|' || "
                  "e.type || '|' || hex(e.data) AS row FROM entries e JOIN keys k ON k.id = e.key ORDER BY row)");
     }
-    return server_->Query(name_,
-                          "SELECT string_agg(row || chr(10), '' ORDER BY row) FROM (SELECT upper(encode(k.name, 'hex')) "
-                          "|| '|' || upper(encode(e.name, 'hex')) || '|' || e.type || '|' || upper(encode(e.data, "
-                          "'hex')) AS row FROM qorc_settings.entries e JOIN qorc_settings.keys k ON k.id = e.key) r");
+    return server_->Query(
+        name_,
+        "SELECT string_agg(row || chr(10), '' ORDER BY row) FROM (SELECT upper(encode(k.name, 'hex')) "
+        "|| '|' || upper(encode(e.name, 'hex')) || '|' || e.type || '|' || upper(encode(e.data, "
+        "'hex')) AS row FROM qorc_settings.entries e JOIN qorc_settings.keys k ON k.id = e.key) r");
   }
 
   // "ok" when the store's structure holds: no entry or key without its key or parent.
@@ -99,5 +107,14 @@ class StoreUnderTest {
   std::string name_;
   PostgresServer* server_ = nullptr;
 };
+
+// Makes the store of a test, skipping only where the PostgreSQL binaries are absent.
+#define MAKE_STORE_OR_SKIP(store, kind, dir, file)                        \
+  do {                                                                    \
+    bool absent = false;                                                  \
+    const std::string why = (store).Make((kind), (dir), (file), &absent); \
+    if (absent) GTEST_SKIP() << why;                                      \
+    ASSERT_TRUE(why.empty()) << why;                                      \
+  } while (false)
 
 #endif

@@ -123,8 +123,10 @@ TEST_F(ServiceCommandsTest, RegExportAndImportRoundTrip) {
 
 TEST_F(ServiceCommandsTest, RegWorksOnAStoreInPostgresql) {
   std::string why;
-  PostgresServer* server = PostgresServer::Shared(&why);
-  if (server == nullptr) GTEST_SKIP() << why;
+  bool absent = false;
+  PostgresServer* server = PostgresServer::Shared(&why, &absent);
+  if (absent) GTEST_SKIP() << why;
+  ASSERT_NE(server, nullptr) << why;
   const std::string uri = server->NewStoreUri();
   const std::string file = dir.File("file.sqlite");
   {
@@ -148,16 +150,18 @@ TEST_F(ServiceCommandsTest, RegWorksOnAStoreInPostgresql) {
   EXPECT_EQ(Output({"reg", "--store", uri, "get", "Software/Qorc/Shared", "name"}), "\"Name\"=\"caf\xC3\xA9\"\n");
   EXPECT_EQ(server->Query(uri, "SELECT count(*) FROM qorc_settings.entries"), "2");
   // Passwords stay out of messages, whether the store opens or not.
-  server->Query(uri, "GRANT USAGE ON SCHEMA qorc_settings TO secretive; GRANT SELECT ON ALL TABLES IN SCHEMA "
-                     "qorc_settings TO secretive");
+  server->Query(uri,
+                "GRANT USAGE ON SCHEMA qorc_settings TO secretive; GRANT SELECT ON ALL TABLES IN SCHEMA "
+                "qorc_settings TO secretive");
   const std::string secret = "postgresql://secretive:" + std::string(PostgresServer::kSecretPassword) + "@/" +
                              uri.substr(14, uri.find('?') - 14) + "?host=" + server->SocketDirectory() + "&port=5432";
-  const std::string shown = "postgresql://secretive@/" + uri.substr(14, uri.find('?') - 14) + "?host=" +
-                            server->SocketDirectory() + "&port=5432";
+  const std::string shown = "postgresql://secretive@/" + uri.substr(14, uri.find('?') - 14) +
+                            "?host=" + server->SocketDirectory() + "&port=5432";
   EXPECT_EQ(Outcome(Run({"reg", "--store", secret, "list", "Software\\Nothing"})),
             Failure("qor: Not found: no key Software/Nothing in " + shown + "\n"));
   std::string wrong = secret;
-  wrong.replace(wrong.find(PostgresServer::kSecretPassword), std::strlen(PostgresServer::kSecretPassword), "Wrong-Pa55");
+  wrong.replace(wrong.find(PostgresServer::kSecretPassword), std::strlen(PostgresServer::kSecretPassword),
+                "Wrong-Pa55");
   const QorResult refused = Run({"reg", "--store", wrong, "list", "Software"});
   EXPECT_NE(refused.status, 0);
   EXPECT_EQ(refused.err.find("Wrong-Pa55"), std::string::npos) << refused.err;

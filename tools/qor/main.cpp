@@ -131,7 +131,8 @@ int Run(int argc, char** argv) {
   std::string entry;
   CLI::App* reg = app.add_subcommand("reg", "Settings keys: list, read, export and import (.reg files)");
   reg->require_subcommand(1);
-  reg->add_option("--store", store.path, "Settings store: a file, or a postgresql:// URI (default: the user's conventional store)");
+  reg->add_option("--store", store.path,
+                  "Settings store: a file, or a postgresql:// URI (default: the user's conventional store)");
   reg->add_flag("--machine", store.machine, "The machine's conventional store instead of the user's");
   CLI::App* regList = reg->add_subcommand("list", "List the subkeys (ending in \\) and the entries of KEY");
   CLI::App* regGet = reg->add_subcommand("get", "Print an entry of KEY as a .reg file shows it");

@@ -383,9 +383,10 @@ bool Connect(Store* store) {
     Disconnect(store);
     return false;
   }
-  const std::string session = "SET statement_timeout = " + std::to_string(kStatementTimeoutMs) +
-                              "; SET idle_in_transaction_session_timeout = " +
-                              std::to_string(kIdleInTransactionTimeoutMs) + "; SET client_min_messages = warning";
+  const std::string session =
+      "SET statement_timeout = " + std::to_string(kStatementTimeoutMs) +
+      "; SET idle_in_transaction_session_timeout = " + std::to_string(kIdleInTransactionTimeoutMs) +
+      "; SET client_min_messages = warning";
   Reply settings(RunText(store, session.c_str()));
   if (settings.outcome() != Outcome::Ok) {
     Disconnect(store);
