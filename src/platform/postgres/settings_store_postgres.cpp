@@ -82,7 +82,7 @@ enum Statement {
   kFindChild,
   kInsertKey,
   kKeyExists,
-  kKeyParent,
+  kKeyPath,
   kLockKey,
   kQueryEntry,
   kUpsertEntry,
@@ -105,7 +105,10 @@ const StatementText kStatements[kStatementCount] = {
      "ON CONFLICT (parent, fold) DO NOTHING RETURNING id",
      3},
     {"SELECT 1 FROM qorc_settings.keys WHERE id = $1", 1},
-    {"SELECT parent, name FROM qorc_settings.keys WHERE id = $1", 1},
+    {"WITH RECURSIVE up(id, parent, name, depth) AS (SELECT id, parent, name, 0 FROM qorc_settings.keys WHERE id = $1 "
+     "UNION ALL SELECT k.id, k.parent, k.name, up.depth + 1 FROM qorc_settings.keys k JOIN up ON k.id = up.parent) "
+     "SELECT name FROM up WHERE parent IS NOT NULL ORDER BY depth DESC",
+     1},
     {"SELECT 1 FROM qorc_settings.keys WHERE id = $1 FOR UPDATE", 1},
     {"SELECT type, data FROM qorc_settings.entries WHERE key = $1 AND fold = $2", 2},
     {"INSERT INTO qorc_settings.entries(key, name, fold, type, data) VALUES ($1, $2, $3, $4, $5) "
@@ -154,10 +157,12 @@ enum class Batch { None, Open, Broken };
 
 using Clock = std::chrono::steady_clock;
 
-// When the seam call under way must end; set by each call (see Call).
-Clock::time_point g_callDeadline = Clock::time_point::max();
-// Whether a reply or a connection timed out during the call under way.
-bool g_timedOut = false;
+// When the seam call under way in this thread must end; set by each call
+// (see Call).
+thread_local Clock::time_point g_callDeadline = Clock::time_point::max();
+// Whether, during the call under way, the server did not answer in time or
+// could not be reached: it is then not asked again within the call.
+thread_local bool g_unreachable = false;
 
 // Bounds one call of the seam, with everything it does, by kCallTimeoutMs.
 // Calls inside a call keep the outer deadline.
@@ -166,7 +171,7 @@ class Call {
   Call() : outer_(g_callDeadline != Clock::time_point::max()) {
     if (!outer_) {
       g_callDeadline = Clock::now() + std::chrono::milliseconds(kCallTimeoutMs);
-      g_timedOut = false;
+      g_unreachable = false;
     }
   }
   ~Call() {
@@ -358,7 +363,7 @@ PGresult* RunText(Store* store, const char* sql) {
 // The URI's own keywords win over the defaults given here.
 bool Connect(Store* store) {
   Disconnect(store);
-  if (g_timedOut) return false;  // a server that stopped answering is not asked again in this call
+  if (g_unreachable) return false;
   const std::string tcpTimeout = std::to_string(kCallTimeoutMs);
   const char* keywords[] = {"keepalives",       "keepalives_idle", "keepalives_interval",       "keepalives_count",
                             "tcp_user_timeout", "dbname",          "fallback_application_name", nullptr};
@@ -375,6 +380,7 @@ bool Connect(Store* store) {
     polling = PQconnectPoll(conn);
   }
   if (polling != PGRES_POLLING_OK || PQstatus(conn) != CONNECTION_OK) {
+    g_unreachable = true;
     Disconnect(store);
     return false;
   }
@@ -525,7 +531,7 @@ Outcome Attempt(Store* store, Operation operation) {
       std::this_thread::sleep_for(std::chrono::milliseconds(attempt));
       continue;
     }
-    if (outcome == Outcome::Lost && !reconnected && !g_timedOut) {
+    if (outcome == Outcome::Lost && !reconnected && !g_unreachable) {
       reconnected = true;
       if (Connected(store)) continue;
     }
@@ -967,14 +973,12 @@ std::u16string SettingsKeyPath(const SettingsKey* key) {
   std::u16string path;
   if (!IsLive(key)) return path;
   try {
-    Store* store = StoreOf(key);
-    long long id = key->id;
-    while (id != kTopSettingsKeyId) {
-      Reply parent(Run(store, kKeyParent, {Parameter::Number(id)}));
-      if (parent.outcome() != Outcome::Ok || parent.rows() == 0 || parent.null(0, 0)) break;
-      const std::u16string name = SettingsNameFromBytes(parent.bytes(0, 1), parent.size(0, 1));
-      path = path.empty() ? name : name + u'\\' + path;
-      id = parent.number(0, 0);
+    // One statement, so that the path is read as it stood at one moment.
+    Reply names(Run(StoreOf(key), kKeyPath, {Parameter::Number(key->id)}));
+    if (names.outcome() != Outcome::Ok) return path;
+    for (int row = 0; row < names.rows(); ++row) {
+      if (row > 0) path += u'\\';
+      path += SettingsNameFromBytes(names.bytes(row, 0), names.size(row, 0));
     }
   } catch (const std::bad_alloc&) {
     path.clear();
