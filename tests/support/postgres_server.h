@@ -3,7 +3,9 @@
 // TCP port. The server refuses to run as root, so under root it runs as the
 // "postgres" system user (else "nobody"), with the directory given to that
 // user. It is stopped when the program ends, and a watchdog process stops it
-// and removes the directory if the program dies in any other way.
+// and removes the directory if the program dies in any other way. Its
+// cluster is a copy of a template that initdb makes once in the temporary
+// directory (qorc-pg-template-*), shared by the test programs.
 //
 // Roles: "qorc" (superuser, trusted) and "secretive" (a password, asked for).
 #ifndef QORC_TESTS_SUPPORT_POSTGRES_SERVER_H
@@ -15,6 +17,7 @@
 #include <libpq-fe.h>
 #include <pwd.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -24,6 +27,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -118,16 +122,48 @@ class PostgresServer {
     }
     chmod(dir_.c_str(), 0755);
     StartWatchdog();
-    if (Run({bin_ + "/initdb", "-D", dir_ + "/data", "-U", "qorc", "--auth=trust", "-E", "UTF8", "--locale=C",
-             "--no-sync"},
-            dir_ + "/initdb.log") != 0) {
-      return "initdb failed: " + Tail(dir_ + "/initdb.log");
+    // A copy of a cluster made once for every test program (initdb takes seconds), else a new one.
+    const std::string made = Template();
+    if (made.empty() || Run({"/bin/cp", "-a", made + "/data", dir_ + "/data"}, dir_ + "/copy.log") != 0) {
+      const std::string why = MakeCluster(dir_);
+      if (!why.empty()) return why;
     }
-    std::ofstream(dir_ + "/data/pg_hba.conf", std::ios::trunc) << "local all secretive scram-sha-256\n"
-                                                               << "local all all trust\n";
     if (!Start()) return "pg_ctl start failed: " + Tail(dir_ + "/server.log");
     Execute("postgres", std::string("CREATE ROLE secretive LOGIN PASSWORD '") + kSecretPassword + "'");
     return std::string();
+  }
+
+  // A new cluster in `dir`/data; empty when made, else why not.
+  std::string MakeCluster(const std::string& dir) const {
+    if (Run({bin_ + "/initdb", "-D", dir + "/data", "-U", "qorc", "--auth=trust", "-E", "UTF8", "--locale=C",
+             "--no-sync"},
+            dir + "/initdb.log") != 0) {
+      return "initdb failed: " + Tail(dir + "/initdb.log");
+    }
+    std::ofstream(dir + "/data/pg_hba.conf", std::ios::trunc) << "local all secretive scram-sha-256\n"
+                                                              << "local all all trust\n";
+    return std::string();
+  }
+
+  // The directory of the shared template cluster, made on first use under a
+  // lock (test programs run side by side); empty when it cannot be had.
+  std::string Template() const {
+    const std::string base =
+        "/tmp/qorc-pg-template-" + std::to_string(std::hash<std::string>{}(bin_)) + "-" + std::to_string(geteuid());
+    const int lock = open((base + ".lock").c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600);
+    if (lock < 0) return std::string();
+    flock(lock, LOCK_EX);
+    bool ready = access((base + "/ready").c_str(), F_OK) == 0;
+    if (!ready) {
+      std::error_code ignored;
+      std::filesystem::remove_all(base, ignored);
+      ready = mkdir(base.c_str(), 0755) == 0 && (geteuid() != 0 || chown(base.c_str(), uid_, gid_) == 0) &&
+              MakeCluster(base).empty();
+      if (ready) std::ofstream(base + "/ready") << "made by the qorc tests\n";
+    }
+    flock(lock, LOCK_UN);
+    close(lock);
+    return ready ? base : std::string();
   }
 
   void StopForGood() {
