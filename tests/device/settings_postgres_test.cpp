@@ -388,3 +388,18 @@ TEST_F(SettingsPostgresTest, OtherSchemasAndRolesWithoutRightsAreRefused) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(SettingsStoreNames, UrisAreShownWithoutTheirPasswords) {
+  const auto shown = [](const char* name) { return Text(C_REGKEY::ShownStoreName(LibraryPath(name))); };
+  EXPECT_EQ(shown("postgresql://ann:pw@db.example:5432/settings"), u"postgresql://ann@db.example:5432/settings");
+  EXPECT_EQ(shown("postgres://ann:p@ss:w@host/db?sslmode=require"), u"postgres://ann@host/db?sslmode=require");
+  EXPECT_EQ(shown("postgresql:///db?password=pw&host=/run/pg&port=5433"), u"postgresql:///db?host=/run/pg&port=5433");
+  EXPECT_EQ(shown("postgresql://h1:1,h2:2/db?user=ann&password=pw"), u"postgresql://h1:1,h2:2/db?user=ann");
+  EXPECT_EQ(shown("postgresql://ann@host"), u"postgresql://ann@host");
+  EXPECT_EQ(shown("/home/ann/.config/qorc/pass:word@store.sqlite"), u"/home/ann/.config/qorc/pass:word@store.sqlite");
+  EXPECT_FALSE(C_ERROR::Is());
+}
+
+}  // namespace

@@ -234,17 +234,20 @@ SettingsKey* NewKey(Store* store, long long id, unsigned access, const std::u16s
 
 void IgnoreNotice(void*, const char*) {}
 
-// Waits until the socket can be read (or, with `writing`, written), at most
-// until the deadline; false when the time is up or the wait failed.
-bool WaitForSocket(PGconn* conn, bool writing, std::chrono::steady_clock::time_point deadline) {
+// Waits for the socket's `events` (POLLIN, POLLOUT), at most until the
+// deadline; false when the time is up (the server is then taken as not
+// answering) or the wait failed.
+bool WaitForSocket(PGconn* conn, short events, Clock::time_point deadline) {
   for (;;) {
-    const auto left =
-        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
-    if (left.count() <= 0) return false;
-    pollfd descriptor = {PQsocket(conn), static_cast<short>(POLLIN | (writing ? POLLOUT : 0)), 0};
-    const int ready = poll(&descriptor, 1, static_cast<int>(left.count()));
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+    if (left.count() <= 0) {
+      g_unreachable = true;
+      return false;
+    }
+    pollfd descriptor = {PQsocket(conn), events, 0};
+    const int ready = poll(&descriptor, 1, static_cast<int>(std::min<long long>(left.count() + 1, kCallTimeoutMs)));
     if (ready > 0) return true;
-    if (ready == 0 || errno != EINTR) return false;
+    if (ready < 0 && errno != EINTR) return false;
   }
 }
 
@@ -270,7 +273,8 @@ PGresult* Collect(Store* store) {
   const Clock::time_point deadline = g_callDeadline;
   int flushed;
   while ((flushed = PQflush(conn)) == 1) {
-    if (!WaitForSocket(conn, true, deadline) || !PQconsumeInput(conn)) {
+    // Sending may wait for the server to read, and reading what it says meanwhile.
+    if (!WaitForSocket(conn, POLLIN | POLLOUT, deadline) || !PQconsumeInput(conn)) {
       flushed = -1;
       break;
     }
@@ -279,7 +283,7 @@ PGresult* Collect(Store* store) {
   bool failed = flushed == -1;
   while (!failed) {
     while (PQisBusy(conn)) {
-      if (!WaitForSocket(conn, false, deadline) || !PQconsumeInput(conn)) {
+      if (!WaitForSocket(conn, POLLIN, deadline) || !PQconsumeInput(conn)) {
         failed = true;
         break;
       }
@@ -376,7 +380,7 @@ bool Connect(Store* store) {
       std::min(g_callDeadline, Clock::now() + std::chrono::milliseconds(store->connectTimeoutMs));
   PostgresPollingStatusType polling = PGRES_POLLING_WRITING;
   while (PQstatus(conn) != CONNECTION_BAD && polling != PGRES_POLLING_OK && polling != PGRES_POLLING_FAILED) {
-    if (!WaitForSocket(conn, polling == PGRES_POLLING_WRITING, deadline)) break;
+    if (!WaitForSocket(conn, polling == PGRES_POLLING_WRITING ? POLLOUT : POLLIN, deadline)) break;
     polling = PQconnectPoll(conn);
   }
   if (polling != PGRES_POLLING_OK || PQstatus(conn) != CONNECTION_OK) {
@@ -404,14 +408,14 @@ bool Connect(Store* store) {
 // The connect time-out of a URI: its connect_timeout, else PGCONNECT_TIMEOUT,
 // as libpq reads them (at least 2 s), when shorter than the library's.
 int ConnectTimeoutMs(const PQconninfoOption* options) {
-  int seconds = kConnectTimeoutSeconds;
+  const char* given = std::getenv("PGCONNECT_TIMEOUT");
   for (const PQconninfoOption* option = options; option->keyword != nullptr; ++option) {
     if (std::strcmp(option->keyword, "connect_timeout") == 0 && option->val != nullptr && option->val[0] != '\0') {
-      const int given = std::atoi(option->val);
-      if (given > 0) seconds = std::min(seconds, std::max(given, 2));
+      given = option->val;
     }
   }
-  return seconds * 1000;
+  const int seconds = given != nullptr ? std::atoi(given) : 0;
+  return (seconds > 0 ? std::min(kConnectTimeoutSeconds, std::max(seconds, 2)) : kConnectTimeoutSeconds) * 1000;
 }
 
 // The connection of this process, made (again) when there is none: a child
