@@ -277,7 +277,11 @@ TEST_P(RegkeyTest, WriterKilledInTheMiddleLosesNothingStoredBefore) {
   ASSERT_FALSE(C_ERROR::Is());
   for (int round = 0; round < 3; ++round) {
     const pid_t writer = ForkWriter(u"", 0, 20000);
-    std::this_thread::sleep_for(std::chrono::milliseconds(150 + 70 * round));
+    // Killed once it has stored something (a slow machine may take its time to start), then some way on.
+    for (int wait = 0; wait < 1000 && store.StoredData(u"Writes", u"0").empty(); ++wait) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(50 + 70 * round));
     kill(writer, SIGKILL);
     ASSERT_EQ(ExitStatus(writer), -1) << "the writer stopped by itself";
     EXPECT_EQ(store.Consistency(), "ok");
