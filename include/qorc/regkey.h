@@ -119,27 +119,58 @@ class QORC_API C_REGKEY {
   C_STRING name_;
 };
 
-// Writes `key` (an open key, USER or MACHINE) with all its subkeys to a text
-// file of the Windows registry editor, version 5: UTF-16 LE with a byte-order
-// mark, the header "Windows Registry Editor Version 5.00", one [section] per
-// key named by its full path (under HKEY_LOCAL_MACHINE for keys of the machine
-// store, HKEY_CURRENT_USER otherwise), text entries as "strings", binary
-// entries as hex:, other entries as dword: or hex(type):. Every byte of every
-// entry is kept, so an import gives back exactly the same entries. The path is
-// in library form, expanded through the roots. Failures: CerrFileCannotCreate
-// or CerrFileCannotWrite (CerrFileNotEnoughSpace on a full disk) with the
-// path; a store that cannot be read gives CerrInternalError.
+/// Writes `key` (an open key, USER or MACHINE) with all its subkeys to a
+/// file of the Windows registry editor, version 5: UTF-16 LE with a
+/// byte-order mark, the header "Windows Registry Editor Version 5.00", one
+/// [section] per key named by its full path (under HKEY_LOCAL_MACHINE for keys
+/// of the machine root's store, HKEY_CURRENT_USER otherwise), text entries as
+/// "strings", binary entries as hex:, other entries as dword: or hex(type):.
+/// Every byte of every entry is kept, so an import gives back exactly the same
+/// entries. The path is in library form, expanded through the roots; the file
+/// is written as the keys are read. Failures: CerrFileCannotCreate or
+/// CerrFileCannotWrite (CerrFileNotEnoughSpace on a full disk) with the path;
+/// a store that cannot be read gives CerrInternalError. A file that fails
+/// half-way is removed unless it existed before.
 QORC_API void CregkeyExport(const C_REGKEY* key, const C_STRING& path);
 
-// Reads such a file into `key` (an open key, USER or MACHINE): the first
-// section stands for `key` itself and every other section must lie under it;
-// its subkeys are created as needed and its entries are stored, replacing
-// entries of the same names. "name"=- deletes an entry, [-path] a key with
-// everything under it. The whole file is checked before anything is stored,
-// and all of it is stored at once or not at all. A malformed file imports
-// nothing and leaves CerrFileContainsInvalidCode pending with "path, line N:
-// reason" as extra text; a file that cannot be opened gives CerrFileCannotOpen
-// with the path; a store that refuses the change gives CerrInternalError.
+// The files read by the imports are those of the registry editor as it and
+// people write them: the header "Windows Registry Editor Version 5.00" or
+// "REGEDIT4"; UTF-16 LE or UTF-8 behind a byte-order mark, else UTF-8 when
+// the whole file is, else 8-bit text in the library code page; CR LF, LF or
+// CR line ends; blank lines, ";" comments and blanks around lines; sections
+// [ROOT\path] naming HKEY_CURRENT_USER, HKEY_LOCAL_MACHINE or
+// HKEY_CLASSES_ROOT (the machine's Software\Classes) without case, in any
+// order and repeated; [-ROOT\path] deletes a key with everything under it;
+// "name"=value or @=value (the default entry) with a "string", dword:,
+// hex: or hex(type): value, hexadecimal data continued over lines ending in
+// "\"; "name"=- deletes an entry. Key names have at most 255 characters,
+// entry names at most 16,383. In REGEDIT4 files, hex(1), hex(2) and hex(7)
+// data are 8-bit text, stored as UTF-16 as Windows stores them.
+//
+// An import checks the whole file before it stores anything, so a refused
+// file changes no store; the writes are then one change of each store that
+// can gather them. The file is read a line at a time, never held whole.
+// A malformed file leaves CerrFileContainsInvalidCode pending with
+// "path, line N: reason" as extra text; a file that cannot be opened or read
+// gives CerrFileCannotOpen or CerrFileCannotRead with the path; a store that
+// refuses the change gives CerrInternalError.
+
+/// Imports such a file into `key` (an open key, USER or MACHINE): the file is
+/// about the first key it stores into, which stands for `key`; every other
+/// key it names, deleted ones included, must lie under that one. Subkeys are
+/// created as needed, entries replace entries of the same names.
 QORC_API void CregkeyImport(const C_REGKEY* key, const C_STRING& path);
+
+/// Imports such a file into the roots it names: HKEY_CURRENT_USER sections
+/// into USER, HKEY_LOCAL_MACHINE and HKEY_CLASSES_ROOT ones into MACHINE.
+/// A root the file names must be set (InitUser, InitMachine) before, else
+/// nothing is stored and CerrInternalError is pending.
+QORC_API void CregkeyImport(const C_STRING& path);
+
+/// Checks such a file as CregkeyImport(path) does, storing nothing, and tells
+/// whether it names keys of the user root and of the machine root (either
+/// pointer may be null); both FALSE when the file is refused, with the
+/// import's error pending. Lets a caller open only the stores a file needs.
+QORC_API void CregkeyCheck(const C_STRING& path, C_BOOL* user, C_BOOL* machine);
 
 #endif

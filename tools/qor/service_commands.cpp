@@ -1,6 +1,7 @@
 // lock, reg, storage and serial: the library's lock files, settings stores,
 // compound documents and serial lines.
 #include <algorithm>
+#include <cctype>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -31,24 +32,70 @@ bool UserAgrees(const std::string& question) {
   return answer[0] == 'y' || answer[0] == 'Y';
 }
 
-// Key paths are written with "\" in stores; "/" is accepted too.
-C_STRING KeyPath(const std::string& key) {
-  C_STRING path = LibraryText(key);
-  path.ReplaceAll(C_CHAR(u'/'), C_CHAR(u'\\'));
-  return path;
+// A key as the command line names it: the root whose store holds it and the
+// path below that root.
+struct KeyInStore {
+  bool machine = false;
+  C_STRING below;
+};
+
+// Root names are ASCII and compare without case.
+bool SameRootName(const std::string& name, const std::string& root) {
+  return name.size() == root.size() && std::equal(name.begin(), name.end(), root.begin(), [](char a, char b) {
+           return std::toupper(static_cast<unsigned char>(a)) == std::toupper(static_cast<unsigned char>(b));
+         });
 }
 
-// Opens the store of a reg command and a key in it.
-bool OpenKey(const RegStore& store, const std::string& key, C_REGKEY::MODE mode, bool create, C_REGKEY* opened) {
-  const C_STRING path = store.path.empty()
-                            ? C_REGKEY::DefaultStorePath(store.machine ? C_REGKEY::MACHINE : C_REGKEY::USER)
-                            : LibraryText(store.path);
-  const C_REGKEY::HANDLE root = C_REGKEY::OpenStore(path);
+// Reads the root name a key path begins with, as the registry editor's files
+// name them; a path without one is under the root the options choose.
+bool ResolveKey(const RegStore& store, const std::string& key, KeyInStore* found) {
+  std::string path = key;
+  std::replace(path.begin(), path.end(), '/', '\\');
+  const std::size_t slash = path.find('\\');
+  const std::string first = path.substr(0, slash);
+  const std::string rest = slash == std::string::npos ? std::string() : path.substr(slash + 1);
+  found->machine = store.machine;
+  found->below = LibraryText(path);
+  if (SameRootName(first, "HKEY_CURRENT_USER") || SameRootName(first, "HKEY_LOCAL_MACHINE")) {
+    found->machine = SameRootName(first, "HKEY_LOCAL_MACHINE");
+    found->below = LibraryText(rest);
+  } else if (SameRootName(first, "HKEY_CLASSES_ROOT")) {
+    // The machine's Software\Classes, as Windows merges it.
+    found->machine = true;
+    found->below = LibraryText(rest.empty() ? "Software\\Classes" : "Software\\Classes\\" + rest);
+  } else if (SameRootName(first, "HKEY_USERS") || SameRootName(first, "HKEY_CURRENT_CONFIG")) {
+    return Fail(CerrStringNotFound, first +
+                                        " is not kept here: keys belong under HKEY_CURRENT_USER, "
+                                        "HKEY_LOCAL_MACHINE or HKEY_CLASSES_ROOT");
+  }
+  return true;
+}
+
+// The store file of a root, as the options name it.
+C_STRING StorePath(const RegStore& store, bool machine) {
+  const std::string& given = machine ? store.machinePath : store.userPath;
+  return given.empty() ? C_REGKEY::DefaultStorePath(machine ? C_REGKEY::MACHINE : C_REGKEY::USER) : LibraryText(given);
+}
+
+// Opens the store of a root and makes it the library's root, so that
+// exports name their keys under it.
+C_REGKEY::HANDLE OpenRoot(const RegStore& store, bool machine) {
+  const C_REGKEY::HANDLE root = C_REGKEY::OpenStore(StorePath(store, machine));
+  if (root == nullptr) return nullptr;
+  machine ? C_REGKEY::InitMachine(root) : C_REGKEY::InitUser(root);
+  return root;
+}
+
+// Opens the store of a reg command's key and the key in it.
+bool OpenKey(const RegStore& store, const std::string& key, C_REGKEY::MODE mode, C_REGKEY* opened) {
+  KeyInStore found;
+  if (!ResolveKey(store, key, &found)) return false;
+  const C_REGKEY::HANDLE root = OpenRoot(store, found.machine);
   if (root == nullptr) return false;
-  opened->Open(root, KeyPath(key), mode, create);
+  opened->Open(root, found.below, mode, false);
   if (C_ERROR::Is()) {
     C_ERROR::ClearPending();
-    return Fail(CerrStringNotFound, "no key " + key + " in " + Utf8(path));
+    return Fail(CerrStringNotFound, "no key " + key + " in " + Utf8(StorePath(store, found.machine)));
   }
   return true;
 }
@@ -112,7 +159,7 @@ bool LockClearStale(const std::string& document, bool yes) {
 
 bool RegList(const RegStore& store, const std::string& key) {
   C_REGKEY opened;
-  if (!OpenKey(store, key, C_REGKEY::READ, false, &opened)) return false;
+  if (!OpenKey(store, key, C_REGKEY::READ, &opened)) return false;
   int count = 0;
   C_STRING* names = nullptr;
   opened.GetSubkeys(&count, &names);
@@ -129,7 +176,7 @@ bool RegList(const RegStore& store, const std::string& key) {
 bool RegGet(const RegStore& store, const std::string& key, const std::string& entry) {
   C_REGKEY opened;
   StagedFile scratch;
-  if (!OpenKey(store, key, C_REGKEY::READ, false, &opened) || !scratch.BeginScratch()) return false;
+  if (!OpenKey(store, key, C_REGKEY::READ, &opened) || !scratch.BeginScratch()) return false;
   // The entry as the registry editor's file shows it: the library's export
   // writes every type of entry in that form.
   CregkeyExport(&opened, LibraryText(scratch.Path()));
@@ -160,41 +207,28 @@ bool RegGet(const RegStore& store, const std::string& key, const std::string& en
 
 bool RegExport(const RegStore& store, const std::string& key, const std::string& file) {
   C_REGKEY opened;
-  if (!OpenKey(store, key, C_REGKEY::READ, false, &opened)) return false;
+  if (!OpenKey(store, key, C_REGKEY::READ, &opened)) return false;
   CregkeyExport(&opened, LibraryText(file));
   return !C_ERROR::Is();
 }
 
 bool RegImport(const RegStore& store, const std::string& file) {
-  // The first section names the key that the file describes.
-  std::vector<std::string> lines;
-  if (!ReadRegLines(file, &lines)) return false;
-  std::string section;
-  for (const std::string& line : lines) {
-    if (line.size() > 2 && line[0] == '[' && line.back() == ']') {
-      section = line.substr(1, line.size() - 2);
-      break;
-    }
-  }
-  const std::string user = "HKEY_CURRENT_USER";
-  const std::string machine = "HKEY_LOCAL_MACHINE";
-  RegStore target = store;
-  std::string key;
-  if (section.compare(0, user.size(), user) == 0) {
-    key = section.substr(user.size());
-  } else if (section.compare(0, machine.size(), machine) == 0) {
-    key = section.substr(machine.size());
-    target.machine = target.machine || store.path.empty();
-  } else {
-    return Fail(CerrFileContainsInvalidCode,
-                file + ": no [HKEY_CURRENT_USER\\...] or [HKEY_LOCAL_MACHINE\\...] section");
-  }
-  if (!key.empty() && key[0] == '\\') key.erase(0, 1);
-  C_REGKEY opened;
-  if (!OpenKey(target, key, C_REGKEY::READ_WRITE, true, &opened)) return false;
-  CregkeyImport(&opened, LibraryText(file));
+  // The file is checked first, so that a refused file opens no store (and
+  // makes none that is missing); then only the stores it names are opened.
+  const C_STRING path = LibraryText(file);
+  C_BOOL names[2] = {false, false};
+  CregkeyCheck(path, &names[0], &names[1]);
   if (C_ERROR::Is()) return false;
-  std::printf("%s imported into %s\n", file.c_str(), key.c_str());
+  std::string stores;
+  for (const bool machine : {false, true}) {
+    if (!names[machine]) continue;
+    if (OpenRoot(store, machine) == nullptr) return false;
+    stores += std::string(stores.empty() ? "" : ", ") + (machine ? "HKEY_LOCAL_MACHINE" : "HKEY_CURRENT_USER") +
+              " into " + Utf8(StorePath(store, machine));
+  }
+  CregkeyImport(path);
+  if (C_ERROR::Is()) return false;
+  std::printf("%s imported%s%s\n", file.c_str(), stores.empty() ? " (no keys)" : ": ", stores.c_str());
   return true;
 }
 
