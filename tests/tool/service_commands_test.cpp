@@ -7,6 +7,7 @@
 #include <signal.h>
 
 #include <cstring>
+#include <filesystem>
 #include <sstream>
 
 #include "support/instrument.h"
@@ -118,6 +119,93 @@ TEST_F(ServiceCommandsTest, RegExportAndImportRoundTrip) {
   // Messages show key paths with "/".
   EXPECT_EQ(Outcome(Run({"reg", "--store", second, "list", "Software\\Nothing"})),
             Failure("qor: Not found: no key Software/Nothing in " + second + "\n"));
+}
+
+std::string Utf16(const std::string& ascii) {
+  std::string bytes;
+  for (char c : ascii) bytes += {c, '\0'};
+  return bytes;
+}
+
+const char kMixedFile[] =
+    "Windows Registry Editor Version 5.00\r\n\r\n"
+    "[HKEY_LOCAL_MACHINE\\Software\\Vendor]\r\n\"Installed\"=dword:00000001\r\n\r\n"
+    "[HKEY_CURRENT_USER\\Software\\Vendor]\r\n@=\"mine\"\r\n\"Blob\"=hex:01,02\r\n\r\n"
+    "[HKEY_CLASSES_ROOT\\.vnd]\r\n@=\"Vendor.Document\"\r\n";
+
+TEST_F(ServiceCommandsTest, RegImportSendsEachSectionToTheStoreOfItsRoot) {
+  const std::string user = dir.File("user.sqlite"), machine = dir.File("machine.sqlite");
+  const auto reg = [](const std::string& userStore, const std::string& machineStore, std::vector<std::string> args) {
+    args.insert(args.begin(), {"reg", "--store", userStore, "--machine-store", machineStore});
+    return args;
+  };
+  const std::string file = Write("mixed.reg", kMixedFile);
+  EXPECT_EQ(Output(reg(user, machine, {"import", file})),
+            file + " imported: HKEY_CURRENT_USER into " + user + ", HKEY_LOCAL_MACHINE into " + machine + "\n");
+  // Full key paths, roots in any case; HKEY_CLASSES_ROOT is the machine's Software\Classes.
+  EXPECT_EQ(Output(reg(user, machine, {"list", "HKEY_LOCAL_MACHINE\\Software"})), "Classes\\\nVendor\\\n");
+  EXPECT_EQ(Output(reg(user, machine, {"list", "hkey_classes_root/.vnd"})), "@\n");
+  EXPECT_EQ(Output(reg(user, machine, {"get", "HKEY_CURRENT_USER\\Software\\Vendor", ""})), "@=\"mine\"\n");
+  EXPECT_EQ(Output(reg(user, machine, {"--machine", "get", "Software\\Vendor", "installed"})),
+            "\"Installed\"=dword:00000001\n");
+  EXPECT_EQ(Output(reg(user, machine, {"list", "HKEY_CURRENT_USER"})), "Software\\\n");
+  EXPECT_EQ(Outcome(Run(reg(user, machine, {"list", "HKEY_USERS\\.DEFAULT"}))),
+            Failure("qor: Not found: HKEY_USERS is not kept here: keys belong under HKEY_CURRENT_USER, "
+                    "HKEY_LOCAL_MACHINE or HKEY_CLASSES_ROOT\n"));
+
+  // A root alone exports all of its store, named by that root.
+  const std::string userFile = dir.File("user.reg"), machineFile = dir.File("machine.reg");
+  Output(reg(user, machine, {"export", "HKEY_LOCAL_MACHINE", machineFile}));
+  Output(reg(user, machine, {"export", "HKEY_CURRENT_USER", userFile}));
+  const std::string machineText = ReadWholeFile(machineFile);
+  EXPECT_NE(machineText.find(Utf16("\r\n[HKEY_LOCAL_MACHINE\\Software\\Classes\\.vnd]\r\n@=\"Vendor.Document\"\r\n")),
+            std::string::npos);
+  EXPECT_EQ(machineText.find(Utf16("HKEY_CURRENT_USER")), std::string::npos);
+  EXPECT_NE(ReadWholeFile(userFile).find(Utf16("\r\n[HKEY_CURRENT_USER\\Software\\Vendor]\r\n@=\"mine\"\r\n")),
+            std::string::npos);
+  Output(reg(user, machine, {"export", "HKEY_LOCAL_MACHINE/Software/Vendor", dir.File("vendor.reg")}));
+  EXPECT_NE(ReadWholeFile(dir.File("vendor.reg")).find(Utf16("\r\n\r\n[HKEY_LOCAL_MACHINE\\Software\\Vendor]\r\n")),
+            std::string::npos);
+
+  // Into fresh stores and out again: the same files.
+  const std::string user2 = dir.File("user2.sqlite"), machine2 = dir.File("machine2.sqlite");
+  Output(reg(user2, machine2, {"import", machineFile}));
+  Output(reg(user2, machine2, {"import", userFile}));
+  Output(reg(user2, machine2, {"export", "HKEY_LOCAL_MACHINE", dir.File("machine2.reg")}));
+  Output(reg(user2, machine2, {"export", "HKEY_CURRENT_USER", dir.File("user2.reg")}));
+  EXPECT_EQ(ReadWholeFile(dir.File("machine2.reg")), machineText);
+  EXPECT_EQ(ReadWholeFile(dir.File("user2.reg")), ReadWholeFile(userFile));
+
+  // A file of one root opens only that root's store.
+  const std::string user3 = dir.File("user3.sqlite"), machine3 = dir.File("machine3.sqlite");
+  Output(reg(user3, machine3, {"import", userFile}));
+  EXPECT_TRUE(std::filesystem::exists(user3));
+  EXPECT_FALSE(std::filesystem::exists(machine3));
+}
+
+TEST_F(ServiceCommandsTest, RegImportOfARefusedFileChangesAndMakesNoStore) {
+  const std::string user = dir.File("user.sqlite"), machine = dir.File("machine.sqlite");
+  const std::vector<std::string> stores{"reg", "--store", user, "--machine-store", machine};
+  const auto import = [&](const std::string& file) {
+    std::vector<std::string> args = stores;
+    args.insert(args.end(), {"import", file});
+    return Outcome(Run(args));
+  };
+  const std::string bad = Write("bad.reg", std::string(kMixedFile) + "\"Broken\"=hex:0g\r\n");
+  EXPECT_EQ(import(bad), Failure("qor: File contains invalid encoding: " + bad +
+                                 ", line 12: hexadecimal data must be bytes of two digits separated by commas\n"));
+  const std::string users = Write("users.reg", std::string(kMixedFile) + "[HKEY_USERS\\S-1-5-18]\r\n");
+  EXPECT_EQ(import(users), Failure("qor: File contains invalid encoding: " + users +
+                                   ", line 12: HKEY_USERS is not kept here: keys belong under HKEY_CURRENT_USER, "
+                                   "HKEY_LOCAL_MACHINE or HKEY_CLASSES_ROOT\n"));
+  EXPECT_FALSE(std::filesystem::exists(user));
+  EXPECT_FALSE(std::filesystem::exists(machine));
+  // Stores that exist keep every byte.
+  EXPECT_EQ(import(Write("good.reg", kMixedFile)), kSuccess);
+  const std::string userBytes = ReadWholeFile(user), machineBytes = ReadWholeFile(machine);
+  EXPECT_EQ(import(bad).first, 1);
+  EXPECT_EQ(ReadWholeFile(user), userBytes);
+  EXPECT_EQ(ReadWholeFile(machine), machineBytes);
 }
 
 TEST_F(ServiceCommandsTest, StorageRoundTripAndListAgreeWithOlefile) {
