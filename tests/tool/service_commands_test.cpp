@@ -15,6 +15,7 @@
 
 namespace {
 
+using namespace std::string_literals;
 using ServiceCommandsTest = QorTest;
 
 C_STRING Library(const std::string& text) {
@@ -238,11 +239,65 @@ TEST_F(ServiceCommandsTest, StorageRoundTripAndListAgreeWithOlefile) {
   EXPECT_NE(theirs.find("alpha/Contents  5 bytes\n"), std::string::npos) << theirs;
   EXPECT_NE(list.find("alpha/\n"), std::string::npos) << list;
   EXPECT_EQ(SortedLines(list), SortedLines(theirs));
-  EXPECT_EQ(Outcome(Run({"storage", "get", dir.File("data"), "-"})),
-            Failure("qor: Unable to open file: " + dir.File("data") + "\n"));
+  EXPECT_EQ(
+      Outcome(Run({"storage", "get", dir.File("data"), "-"})),
+      Failure("qor: File contains invalid encoding: " + dir.File("data") + " is not a sound compound document\n"));
+  EXPECT_EQ(Outcome(Run({"storage", "get", dir.File("absent"), "-"})),
+            Failure("qor: Unable to open file: " + dir.File("absent") + "\n"));
   EXPECT_EQ(
       Outcome(Run({"storage", "list", dir.File("data")})),
       Failure("qor: File contains invalid encoding: " + dir.File("data") + " is not a sound compound document\n"));
+}
+
+unsigned int Le32(const std::string& bytes, std::size_t at) {
+  return static_cast<unsigned char>(bytes[at]) | static_cast<unsigned char>(bytes[at + 1]) << 8 |
+         static_cast<unsigned char>(bytes[at + 2]) << 16 |
+         static_cast<unsigned int>(static_cast<unsigned char>(bytes[at + 3])) << 24;
+}
+
+TEST_F(ServiceCommandsTest, StorageGetNamesWhatIsMissingOrDamaged) {
+  // Storages only, no Contents of the document's own.
+  const std::string parts = dir.File("parts.cfb");
+  IStorage* root = IStorage::Open(Library(parts), true);
+  ASSERT_NE(root, nullptr);
+  IStorage* alpha = root->OpenStorage(Library("alpha"), true);
+  C_FILE(alpha, C_FILE::UPDATE).Write(5, "alpha");
+  alpha->Release();
+  ASSERT_TRUE(root->Commit(IStorage::COMMIT_DEFAULT));
+  root->Release();
+  ASSERT_FALSE(C_ERROR::Is());
+  EXPECT_EQ(Outcome(Run({"storage", "get", parts, "-"})),
+            Failure("qor: File not found: " + parts +
+                    " has no stream Contents in its root storage (see qor storage list)\n"));
+  // Contents shorter than any header, and empty.
+  const std::string small = dir.File("small.cfb");
+  Output({"storage", "put", small, Write("hello", "hello")});
+  EXPECT_EQ(Output({"storage", "get", small, "-"}), "hello");
+  Output({"storage", "put", small, "/dev/null"});
+  EXPECT_EQ(Output({"storage", "get", small, "-"}), "");
+
+  // A Contents whose chain of sectors loops: the directory still lists it.
+  const std::string damaged = dir.File("damaged.cfb");
+  Output({"storage", "put", damaged, Write("data", SampleData(5000, 3))});
+  std::string bytes = ReadWholeFile(damaged);
+  const std::size_t sectorSize = std::size_t(1) << (static_cast<unsigned char>(bytes[0x1E]));
+  const std::size_t directory = (Le32(bytes, 0x30) + 1) * sectorSize;
+  const std::size_t table = (Le32(bytes, 0x4C) + 1) * sectorSize;
+  const std::string name = "C\0o\0n\0t\0e\0n\0t\0s\0"s;
+  std::size_t entry = directory;
+  while (entry < bytes.size() && bytes.compare(entry, name.size(), name) != 0) entry += 128;
+  ASSERT_LT(entry, bytes.size());
+  const unsigned int start = Le32(bytes, entry + 0x74);
+  const unsigned int next = Le32(bytes, table + 4 * start);
+  ASSERT_LT(next, 0xFFFFFFFAu);
+  for (int i = 0; i < 4; ++i) bytes[table + 4 * next + i] = static_cast<char>(start >> (8 * i));  // back to the first
+  WriteWholeFile(damaged, bytes);
+  EXPECT_EQ(Output({"storage", "list", damaged}), "Contents  5000 bytes\n");
+  const QorResult refused = Run({"storage", "get", damaged, "-"});
+  EXPECT_EQ(Outcome(refused), Failure("qor: Unable to read file: " + damaged +
+                                      ": the stream Contents cannot be read: its chain of sectors runs in a loop at "
+                                      "sector " +
+                                      std::to_string(start) + "\n"));
 }
 
 TEST_F(ServiceCommandsTest, SerialReadAndSendTalkToTheInstrument) {
