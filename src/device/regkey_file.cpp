@@ -340,18 +340,24 @@ std::size_t DetectEncoding(Source* source, Encoding* encoding) {
 // Values ---------------------------------------------------------------------------------
 
 // A double-quoted text from `at` (on the opening quote); *at moves past the
-// closing quote.
+// closing quote. Besides \\ and \", the escapes \r and \n stand for line
+// ends, as Wine's registry editor writes them.
 std::u16string QuotedText(const std::u16string& line, std::size_t* at) {
   std::u16string text;
   std::size_t i = *at + 1;
   for (; i < line.size() && line[i] != u'"'; ++i) {
-    if (line[i] == u'\\') {
-      if (i + 1 >= line.size() || (line[i + 1] != u'\\' && line[i + 1] != u'"')) {
-        throw Because("a backslash in a quoted text must be followed by \\ or \"");
-      }
-      ++i;
+    if (line[i] != u'\\') {
+      text.push_back(line[i]);
+      continue;
     }
-    text.push_back(line[i]);
+    const char16_t escaped = i + 1 < line.size() ? line[++i] : u'\0';
+    if (escaped == u'\\' || escaped == u'"') {
+      text.push_back(escaped);
+    } else if (escaped == u'r' || escaped == u'n') {
+      text.push_back(escaped == u'r' ? u'\r' : u'\n');
+    } else {
+      throw Because("a backslash in a quoted text must be followed by \\, \", r or n");
+    }
   }
   if (i >= line.size()) throw Because("a quoted text is not closed");
   *at = i + 1;

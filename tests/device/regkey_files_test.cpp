@@ -2,6 +2,8 @@
 // roots they name: the user's and the machine's stores, each a real store
 // file. The roots are set once per process, so every import runs in a child
 // process of its own; the stores are then read directly through SQLite.
+#include <algorithm>
+#include <cstdlib>
 #include <functional>
 #include <tuple>
 
@@ -350,6 +352,51 @@ TEST_F(RegkeyFilesTest, RefusedFilesChangeNeitherStoreAndNameTheLine) {
                 },
                 "", ""),
             "");
+}
+
+// The registry editor of Wine reads what the library writes, and the library
+// reads what that editor writes, with the same types and data.
+TEST_F(RegkeyFilesTest, WinesRegistryEditorAgreesInBothDirections) {
+  if (std::system("command -v wine >/dev/null 2>&1 && command -v wineserver >/dev/null 2>&1") != 0) {
+    GTEST_SKIP() << "Wine is not installed";
+  }
+  const std::string wine = "WINEPREFIX=" + dir.File("prefix") + " WINEDEBUG=-all ";
+  if (std::system((wine + "wineboot -i >/dev/null 2>&1").c_str()) != 0) GTEST_SKIP() << "no Wine prefix can be made";
+  const auto windowsPath = [](std::string path) {
+    std::replace(path.begin(), path.end(), '/', '\\');
+    return "'Z:" + path + "'";
+  };
+  const std::string ours = dir.File("ours.reg"), theirs = dir.File("theirs.reg");
+  WriteBytes(file,
+             "Windows Registry Editor Version 5.00\n[HKEY_CURRENT_USER\\Software\\QorcWine]\n@=\"default\"\n"
+             "\"Text\"=\"caf\xC3\xA9 \\\"q\\\" \\\\\"\n\"Dword\"=dword:0000002a\n\"Expand\"=hex(2):25,00,50,00,00,00\n"
+             "\"Multi\"=hex(7):61,00,00,00,62,00,00,00,00,00\n\"Qword\"=hex(b):01,00,00,00,00,00,00,00\n"
+             "\"Blob\"=hex:00,01,02,03,04,05,06,07,08,09,0a,0b,0c,0d,0e,0f,10,11,12,13,14,15,16,17,18,19,1a,1b,1c,1d\n"
+             "[HKEY_CURRENT_USER\\Software\\QorcWine\\Child]\n\"x\"=\"y\"\n");
+  EXPECT_EQ(InChild(
+                [&] {
+                  CregkeyImport(LibraryPath(file));
+                  C_REGKEY key;
+                  key.Open(C_REGKEY::USER, u"Software\\QorcWine", C_REGKEY::WRITE, false);
+                  PutTexts(key, {{u"Lines", u"a\r\nb"}});
+                  WriteFields(key);
+                  key.Close();
+                  key.Open(C_REGKEY::USER, u"Software\\QorcWine", C_REGKEY::READ, false);
+                  CregkeyExport(&key, LibraryPath(ours));
+                },
+                user, machine),
+            "");
+  const int imported = std::system((wine + "wine regedit /S " + windowsPath(ours)).c_str());
+  const int exported = std::system(
+      (wine + "wine regedit /E " + windowsPath(theirs) + " 'HKEY_CURRENT_USER\\Software\\QorcWine'").c_str());
+  std::system((wine + "wineserver -k").c_str());
+  ASSERT_EQ(imported, 0);
+  ASSERT_EQ(exported, 0);
+  // Wine writes line ends in strings as \r and \n.
+  EXPECT_NE(ReadBytes(theirs).find(Utf16(u"\"Lines\"=\"a\\r\\nb\"")), std::string::npos);
+  const std::string user2 = dir.File("user2.sqlite");
+  EXPECT_EQ(InChild([&] { CregkeyImport(LibraryPath(theirs)); }, user2, ""), "");
+  EXPECT_EQ(Contents(user2), Contents(user));
 }
 
 }  // namespace
