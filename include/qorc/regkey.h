@@ -141,7 +141,9 @@ QORC_API void CregkeyExport(const C_REGKEY* key, const C_STRING& path);
 // [ROOT\path] naming HKEY_CURRENT_USER, HKEY_LOCAL_MACHINE or
 // HKEY_CLASSES_ROOT (the machine's Software\Classes) without case, in any
 // order and repeated; [-ROOT\path] deletes a key with everything under it;
-// "name"=value or @=value (the default entry) with a "string", dword:,
+// "name"=value or @=value (the default entry) with a "string" (in which
+// \\ and \" are escaped, and line ends written as \r and \n the way Wine
+// writes them are read), dword:,
 // hex: or hex(type): value, hexadecimal data continued over lines ending in
 // "\"; "name"=- deletes an entry. Key names have at most 255 characters,
 // entry names at most 16,383. In REGEDIT4 files, hex(1), hex(2) and hex(7)

@@ -197,12 +197,6 @@ class ImportFile {
   regfile::Encoding encoding_ = regfile::Encoding::kDetect;
 };
 
-// Names compare without case, as the store compares them.
-bool SameKeyName(const std::u16string& a, const std::u16string& b) {
-  return C_STRING(static_cast<int>(a.size()), a.data()).CompareNoCase(C_STRING(static_cast<int>(b.size()), b.data())) ==
-         0;
-}
-
 // The path of `path` below `base` (both below one root): false when it does
 // not lie there.
 bool PathBelow(const std::u16string& base, const std::u16string& path, std::u16string* relative) {
@@ -210,11 +204,12 @@ bool PathBelow(const std::u16string& base, const std::u16string& path, std::u16s
     *relative = path;
     return true;
   }
-  if (path.size() == base.size() && SameKeyName(path, base)) {
+  if (path.size() == base.size() && regfile::SameKeyName(path, base)) {
     relative->clear();
     return true;
   }
-  if (path.size() <= base.size() || path[base.size()] != u'\\' || !SameKeyName(path.substr(0, base.size()), base)) {
+  if (path.size() <= base.size() || path[base.size()] != u'\\' ||
+      !regfile::SameKeyName(path.substr(0, base.size()), base)) {
     return false;
   }
   *relative = path.substr(base.size() + 1);

@@ -75,18 +75,9 @@ std::size_t SkipBlanks(const std::u16string& text, std::size_t at) {
   return at;
 }
 
-// Names compare as the store compares them: each unit upper-cased.
-bool SameName(const std::u16string& a, const std::u16string& b) {
-  if (a.size() != b.size()) return false;
-  for (std::size_t i = 0; i < a.size(); ++i) {
-    if (platform::CharToUpper(a[i]) != platform::CharToUpper(b[i])) return false;
-  }
-  return true;
-}
-
 bool StartsWithNoCase(const std::u16string& text, const char16_t* prefix) {
   const std::u16string wanted(prefix);
-  return text.size() >= wanted.size() && SameName(text.substr(0, wanted.size()), wanted);
+  return text.size() >= wanted.size() && SameKeyName(text.substr(0, wanted.size()), wanted);
 }
 
 bool LibraryCodePageIsUtf8() {
@@ -577,22 +568,30 @@ class Collector : public Visitor {
 
 }  // namespace
 
+bool SameKeyName(const std::u16string& a, const std::u16string& b) {
+  if (a.size() != b.size()) return false;
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    if (platform::CharToUpper(a[i]) != platform::CharToUpper(b[i])) return false;
+  }
+  return true;
+}
+
 const char16_t* RootName(Root root) { return root == Root::kMachine ? kMachineRoot : kUserRoot; }
 
 bool SplitRootPath(const std::u16string& fullPath, Root* root, std::u16string* path, std::u16string* reason) {
   const std::size_t slash = fullPath.find(u'\\');
   const std::u16string name = fullPath.substr(0, slash);
   std::u16string below = slash == std::u16string::npos ? std::u16string() : fullPath.substr(slash + 1);
-  if (SameName(name, kUserRoot)) {
+  if (SameKeyName(name, kUserRoot)) {
     *root = Root::kUser;
-  } else if (SameName(name, kMachineRoot)) {
+  } else if (SameKeyName(name, kMachineRoot)) {
     *root = Root::kMachine;
-  } else if (SameName(name, kClassesRoot)) {
+  } else if (SameKeyName(name, kClassesRoot)) {
     *root = Root::kMachine;
     below = below.empty() ? std::u16string(kClassesPath) : kClassesPath + (u'\\' + below);
   } else {
     for (const char16_t* other : kRootsNotKept) {
-      if (SameName(name, other)) {
+      if (SameKeyName(name, other)) {
         *reason = std::u16string(other) +
                   u" is not kept here: keys belong under HKEY_CURRENT_USER, HKEY_LOCAL_MACHINE or HKEY_CLASSES_ROOT";
         return false;

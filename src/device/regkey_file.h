@@ -23,6 +23,10 @@ constexpr std::size_t kMaxEntryNameLength = 16383;
 // Software\Classes, as Windows merges it.
 enum class Root { kUser, kMachine };
 
+// Whether two key or entry names are the same, compared as the store
+// compares them: each UTF-16 unit upper-cased.
+bool SameKeyName(const std::u16string& a, const std::u16string& b);
+
 // The name a file gives a root ("HKEY_CURRENT_USER", "HKEY_LOCAL_MACHINE").
 const char16_t* RootName(Root root);
 // Reads a key path that begins with a root name (compared without case):
