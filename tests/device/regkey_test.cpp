@@ -420,6 +420,39 @@ TEST_F(RegkeyTest, ChildrenGoOnUsingTheRootsAndHandlesTheirParentWired) {
   EXPECT_FALSE(C_ERROR::Is());
 }
 
+TEST_F(RegkeyTest, AChildKeepsWritingWhenItsParentClosesTheStore) {
+  // The child's connection holds its own locks on the store: when the parent
+  // closes its connection (Cclose), the journal the child writes to is kept.
+  EXPECT_EQ(RunInChild([&] {
+              C_REGKEY::InitUser(Store());
+              PutAt(u"Software\\Qorc", u"parent", 1);
+              int ready[2], go[2];
+              if (pipe(ready) != 0 || pipe(go) != 0) return 1;
+              const pid_t child = fork();
+              if (child == 0) {
+                char byte = 0;
+                C_REGKEY key;
+                key.Open(C_REGKEY::USER, u"Software\\Qorc", C_REGKEY::WRITE, false);
+                Put(key, u"first", 2);
+                key.Close();
+                if (write(ready[1], "r", 1) != 1 || read(go[0], &byte, 1) != 1) _exit(2);
+                key.Open(C_REGKEY::USER, u"Software\\Qorc", C_REGKEY::WRITE, false);
+                Put(key, u"second", 3);
+                key.Close();
+                _exit(C_ERROR::Is() ? 3 : 0);
+              }
+              char byte = 0;
+              if (read(ready[0], &byte, 1) != 1) return 4;
+              Cclose();
+              if (write(go[1], "g", 1) != 1) return 5;
+              return ExitStatus(child) == 0 ? 0 : 6;
+            }),
+            0);
+  for (const char16_t* entry : {u"parent", u"first", u"second"}) {
+    EXPECT_EQ(StoredData(database, u"Qorc", entry).size(), 4u);
+  }
+}
+
 TEST_F(RegkeyTest, BadStoresFailWithoutCrashOrLoss) {
   // Not a database: refused, and the file is left as it was.
   const std::string text = dir.File("notes.txt");
