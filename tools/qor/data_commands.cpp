@@ -4,7 +4,6 @@
 // the library's file form of the bytes: lines of 80 printable characters.
 // The file form carries no length of its own, so the header keeps it.
 #include <algorithm>
-#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
