@@ -77,7 +77,31 @@ void BM_RegkeyWriteEntry(benchmark::State& state) {
 }
 BENCHMARK(BM_RegkeyWriteEntry);
 
+// Stores every entry through the library once, so that reads find them
+// whichever benchmarks run.
+bool FillLibraryStore() {
+  static bool filled = false;
+  if (filled) return true;
+  C_REGKEY key;
+  key.Open(g_store, kKey, C_REGKEY::WRITE, true);
+  key.Close();
+  for (int i = 0; i < kNames && !C_ERROR::Is(); ++i) {
+    key.Open(g_store, kKey, C_REGKEY::WRITE, false);
+    key.SetEntry(g_names[i]);
+    key.Write(i);
+    key.Write(0.5 * i);
+    key.Write(kText);
+    key.Close();
+  }
+  filled = !C_ERROR::Is();
+  return filled;
+}
+
 void BM_RegkeyReadEntry(benchmark::State& state) {
+  if (!FillLibraryStore()) {
+    state.SkipWithError("settings could not be stored");
+    return;
+  }
   int i = 0;
   long long sum = 0;
   for (auto _ : state) {
@@ -110,28 +134,49 @@ struct Direct {
 };
 Direct g_direct;
 
+// Stores the entry of name i % kNames directly, as the library lays it out.
+bool WriteDirect(int i) {
+  static const std::u16string text(kText.GetWCHAR(), kText.GetNumber());
+  const std::string data = FieldBytes(i, 0.5 * i, text);
+  sqlite3_stmt* s = g_direct.upsert;
+  sqlite3_bind_int64(s, 1, g_direct.key);
+  sqlite3_bind_blob(s, 2, g_direct.names[i % kNames].data(), static_cast<int>(g_direct.names[i % kNames].size()),
+                    SQLITE_STATIC);
+  sqlite3_bind_blob(s, 3, g_direct.folds[i % kNames].data(), static_cast<int>(g_direct.folds[i % kNames].size()),
+                    SQLITE_STATIC);
+  sqlite3_bind_int(s, 4, 3);
+  sqlite3_bind_blob(s, 5, data.data(), static_cast<int>(data.size()), SQLITE_TRANSIENT);
+  const bool done = sqlite3_step(s) == SQLITE_DONE;
+  sqlite3_reset(s);
+  return done;
+}
+
 void BM_SqliteWriteEntry(benchmark::State& state) {
-  const std::u16string text(kText.GetWCHAR(), kText.GetNumber());
   int i = 0;
   for (auto _ : state) {
-    const std::string data = FieldBytes(i, 0.5 * i, text);
-    sqlite3_stmt* s = g_direct.upsert;
-    sqlite3_bind_int64(s, 1, g_direct.key);
-    sqlite3_bind_blob(s, 2, g_direct.names[i % kNames].data(), static_cast<int>(g_direct.names[i % kNames].size()),
-                      SQLITE_STATIC);
-    sqlite3_bind_blob(s, 3, g_direct.folds[i % kNames].data(), static_cast<int>(g_direct.folds[i % kNames].size()),
-                      SQLITE_STATIC);
-    sqlite3_bind_int(s, 4, 3);
-    sqlite3_bind_blob(s, 5, data.data(), static_cast<int>(data.size()), SQLITE_TRANSIENT);
-    if (sqlite3_step(s) != SQLITE_DONE) state.SkipWithError("sqlite write failed");
-    sqlite3_reset(s);
+    if (!WriteDirect(i)) state.SkipWithError("sqlite write failed");
     ++i;
   }
   state.SetItemsProcessed(state.iterations());
 }
 BENCHMARK(BM_SqliteWriteEntry);
 
+// Stores every row directly once, so that reads find them whichever
+// benchmarks run.
+bool FillDirectStore() {
+  static bool filled = false;
+  for (int i = 0; i < kNames && !filled; ++i) {
+    if (!WriteDirect(i)) return false;
+  }
+  filled = true;
+  return true;
+}
+
 void BM_SqliteReadEntry(benchmark::State& state) {
+  if (!FillDirectStore()) {
+    state.SkipWithError("sqlite rows could not be stored");
+    return;
+  }
   int i = 0;
   long long sum = 0;
   for (auto _ : state) {
@@ -280,18 +325,10 @@ int main(int argc, char** argv) {
   for (int i = 0; i < kNames; ++i) g_names.push_back(C_STRING(i, C_STRING(u"Setting%04d")));
   g_store = C_REGKEY::OpenStore(C_STRING((g_dir + "/library.sqlite").c_str()));
   if (g_store == nullptr || !PrepareDirect(g_dir + "/direct.sqlite")) return 1;
-  // Both stores start with every entry present, so that reads find them.
+  // The key exists from the start; each benchmark stores the entries it reads.
   C_REGKEY key;
   key.Open(g_store, kKey, C_REGKEY::WRITE, true);
   key.Close();
-  for (int i = 0; i < kNames; ++i) {
-    key.Open(g_store, kKey, C_REGKEY::WRITE, false);
-    key.SetEntry(g_names[i]);
-    key.Write(i);
-    key.Write(0.5 * i);
-    key.Write(kText);
-    key.Close();
-  }
 
   ReportImportPeak();
 

@@ -82,9 +82,16 @@ QORC_API C_BOOL CmathBitGetParity8(unsigned char value);
 QORC_API void CmathEllipticIntegral(double amplitude, double modularAngle, double* K, double* E, double* F,
                                     double* Ephi);
 
-// CRC-32 (from 0) and Adler-32 (from 1) of size bytes, as zlib computes them.
-// A negative size or a null pointer gives the initial value.
-QORC_API unsigned int CchecksumCRC(int size, const void* data);
-QORC_API unsigned int CchecksumAdler(int size, const void* data);
+/// CRC-32 of `size` bytes, as zlib's crc32 computes it, continued from
+/// `start`: the CRC-32 of the bytes before them (0, the default, when there
+/// are none), so that data in several buffers are checked one buffer after
+/// another. No bytes (size 0 or less) give `start`; a null pointer gives 0,
+/// the initial value. Raises no error.
+QORC_API unsigned int CchecksumCRC(int size, const void* data, unsigned int start = 0);
+/// Adler-32 of `size` bytes, as zlib's adler32 computes it, continued from
+/// `start`: the Adler-32 of the bytes before them (1, the default, when there
+/// are none). No bytes (size 0 or less) give `start`; a null pointer gives 1,
+/// the initial value. Raises no error.
+QORC_API unsigned int CchecksumAdler(int size, const void* data, unsigned int start = 1);
 
 #endif

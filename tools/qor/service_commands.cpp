@@ -176,7 +176,7 @@ bool RegList(const RegStore& store, const std::string& key) {
 bool RegGet(const RegStore& store, const std::string& key, const std::string& entry) {
   C_REGKEY opened;
   StagedFile scratch;
-  if (!OpenKey(store, key, C_REGKEY::READ, &opened) || !scratch.BeginScratch()) return false;
+  if (!OpenKey(store, key, C_REGKEY::READ, &opened) || !scratch.BeginScratch("the copy of " + key)) return false;
   // The entry as the registry editor's file shows it: the library's export
   // writes every type of entry in that form.
   CregkeyExport(&opened, LibraryText(scratch.Path()));
