@@ -90,10 +90,10 @@ root="$(mktemp -d /var/tmp/qorc-check.XXXXXX)"
 trap 'unmount_all; rm -rf "$root"' EXIT
 echo "== fresh system in $root"
 cp -a "$base/." "$root/"
+snapshot "$root" > "$root.before"
 mkdir -p "$root/debs" "$root/downstream"
 cp "${debs[@]}" "$root/debs/"
-cp tests/packages/downstream/* "$root/downstream/"
-snapshot "$root" > "$root.before"
+cp tests/downstream/project/* tests/packages/build-and-run.sh tests/packages/complete.sh "$root/downstream/"
 
 echo "== apt-get install ./libqorc0_*.deb ./libqorc-dev_*.deb ./qor_*.deb"
 run_in "$root" apt-get update -qq
