@@ -87,7 +87,7 @@ trap unmount_all EXIT
 [ "$prepare_only" -eq 0 ] || exit 0
 
 root="$(mktemp -d /var/tmp/qorc-check.XXXXXX)"
-trap 'unmount_all; rm -rf "$root"' EXIT
+trap 'unmount_all; rm -rf "$root" "$root".*' EXIT
 echo "== fresh system in $root"
 cp -a "$base/." "$root/"
 snapshot "$root" > "$root.before"

@@ -1,10 +1,10 @@
 /// @file
 /// C_FILE: the library's files. The static services come first: file names,
-// installation roots and path expansion, whole-file operations and temporary
-// files. Every path may be written with "\" or "/" and may begin with an
-// installation root ($NAME); "\" is the only separator the library writes.
-// Then the file object: one open file with its kind, access mode, text
-// conventions and the library's block-compressed format.
+/// installation roots and path expansion, whole-file operations and temporary
+/// files. Every path may be written with "\" or "/" and may begin with an
+/// installation root ($NAME); "\" is the only separator the library writes.
+/// Then the file object: one open file with its kind, access mode, text
+/// conventions and the library's block-compressed format.
 #ifndef QORC_FILE_H
 #define QORC_FILE_H
 
