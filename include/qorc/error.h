@@ -200,7 +200,8 @@ extern QORC_API const C_ERROR CerrFileUnlock;
 extern QORC_API const C_ERROR CerrFileLocked;
 /// "C#Err#File is in read only mode": file operations.
 extern QORC_API const C_ERROR CerrFileReadOnly;
-/// "C#Err#Disk full": a write that fails because the device has no space left (any other failed write gives CerrFileCannotWrite).
+/// "C#Err#Disk full": a write that fails because the device has no space left (any other failed write gives
+/// CerrFileCannotWrite).
 extern QORC_API const C_ERROR CerrFileNotEnoughSpace;
 /// "C#Err#Error while compressing": compressed files.
 extern QORC_API const C_ERROR CerrFileCannotCompress;

@@ -103,13 +103,16 @@ class QORC_API C_FILE {
   static C_BOOL Exists(const C_STRING& path);
   /// Leaves CerrFileNotFound pending with the path when nothing exists there.
   static void CheckExists(const C_STRING& path);
-  /// True when the file exists and cannot be written (honoured even for root); a missing file gives false and CerrFileNotFound.
+  /// True when the file exists and cannot be written (honoured even for root); a missing file gives false and
+  /// CerrFileNotFound.
   static C_BOOL IsReadOnly(const C_STRING& path);
-  /// Takes away or gives back the write permission; CerrFileNotFound for a missing file, CerrFileCannotWrite when refused.
+  /// Takes away or gives back the write permission; CerrFileNotFound for a missing file, CerrFileCannotWrite when
+  /// refused.
   static void SetReadOnly(const C_STRING& path, C_BOOL readOnly);
   /// Deletes a file: CerrFileNotFound when missing, CerrFileReadOnly when read-only, CerrFileCannotRead otherwise.
   static void Remove(const C_STRING& path);
-  /// Renames or moves a file: CerrFileNotFound when the source is missing, CerrFileCannotWrite when the target exists or is refused.
+  /// Renames or moves a file: CerrFileNotFound when the source is missing, CerrFileCannotWrite when the target exists
+  /// or is refused.
   /// Never replaces an existing target.
   static void Rename(const C_STRING& from, const C_STRING& to);
   /// Copies a file, with the progress callback of SetCopyProgress; a copy onto
@@ -296,9 +299,9 @@ class QORC_API C_FILE {
 
   // Position and size, in bytes from the start (uncompressed bytes for a
   // compressed file read in place) -----------------------------------------
-  /// The size in bytes; -1 with the pending error when it cannot be told.
+  /// The size in bytes; 0 for a closed file or one whose size cannot be told.
   long long GetSize();
-  /// The current position.
+  /// The current position; 0 for a closed file.
   long long GetPosit();
   /// Moves to a position; CerrFileCannotSeek when refused.
   void SetPosit(long long position);
@@ -310,14 +313,16 @@ class QORC_API C_FILE {
   int GetLine();
   /// Flushes the stream; on a compressed file being written, ends a block.
   void Flush();
-  /// Flushes a bare C runtime stream; CerrFileCannotWrite (CerrFileNotEnoughSpace on a full disk) when it fails.
+  /// Flushes a bare C runtime stream (null is ignored); reports nothing.
   static void FlushFile(std::FILE* stream);
 
   // Raw data: got / put, when given, receive the bytes moved. --------------------
-  /// Reads up to count bytes (*got, when given, receives the number read); fewer at the end of the file, with CerrFileEndReached
-  /// (mild) pending when none could be read, CerrFileCannotRead on a failure.
+  /// Reads up to count bytes (*got, when given, receives the number read). A
+  /// short read leaves CerrFileEndReached (mild) pending at the end of the file,
+  /// CerrFileCannotRead (mild) on a failure.
   void Read(int count, void* data, int* got = nullptr);
-  /// Writes count bytes (*put, when given, receives the number written); CerrFileCannotWrite (CerrFileNotEnoughSpace on a full disk) when they cannot all be written.
+  /// Writes count bytes (*put, when given, receives the number written); CerrFileCannotWrite (CerrFileNotEnoughSpace on
+  /// a full disk) when they cannot all be written.
   void Write(int count, const void* data, int* put = nullptr);
 
   // Characters and strings ----------------------------------------------------
@@ -378,7 +383,8 @@ class QORC_API C_FILE {
   static void ReadFile(std::FILE* stream, C_STRING* line);
 
   // Shielded data: n bytes as lines of printable groups (see shielding.h) ---------
-  /// Writes n bytes as lines of shielded text (see shielding.h); *consumed and *written receive the bytes taken and the characters written.
+  /// Writes n bytes as lines of shielded text (see shielding.h); *consumed and *written receive the bytes taken and the
+  /// characters written.
   void WriteShielded(int n, void* data, int* consumed, int* written);
   /// Reads shielded lines back into at most n bytes; *decoded and *read receive
   /// the bytes decoded and the characters read; CerrFileContainsInvalidCode for text outside the code.

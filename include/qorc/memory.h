@@ -21,7 +21,8 @@ QORC_API void CmemAlloc(int size, void** result);
 QORC_API void CmemRealloc(int size, void** block);
 /// Releases a block of CmemAlloc or CmemRealloc and sets *block to null; null is left alone.
 QORC_API void CmemFree(void** block);
-/// A new copy of size bytes in *result, released with CmemFree; null for size 0, null and CerrMemoryFull when memory runs out.
+/// A new copy of size bytes in *result, released with CmemFree; null for size 0, null and CerrMemoryFull when memory
+/// runs out.
 QORC_API void CmemDuplic(int size, const void* source, void** result);
 /// A new copy of the terminated 8-bit text in *result, released with CmemFree; CerrMemoryFull when memory runs out.
 QORC_API void CmemDuplic(const char* source, char** result);

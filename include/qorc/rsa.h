@@ -26,13 +26,14 @@
 QORC_API void CrsaGenerateKeys(int bits, unsigned char** publicKey, unsigned char** privateKey, int* keySize,
                                unsigned int seed);
 /// The result (*resultSize bytes, one k-byte block per piece) is a new array
-/// released by the caller with delete[]; CerrInvalidValue for a bad key size.
+/// released by the caller with delete[]; CerrInvalidValue for a bad key size,
+/// CerrInvalidPointer for a null key, data or result pointer.
 /// Encrypts dataSize bytes with the exponent of the given blob (2 * bits / 8
 /// bytes are read from it).
 QORC_API void CrsaEncrypt(int bits, const unsigned char* key, int dataSize, const unsigned char* data, int* resultSize,
                           unsigned char** result);
 /// The result is a new array of *resultSize bytes released by the caller with
-/// delete[]; CerrInvalidValue for a bad key size.
+/// delete[]; CerrInvalidValue for a bad key size, CerrInvalidPointer for a null pointer.
 /// Decrypts the whole k-byte blocks of data; trailing bytes are ignored.
 QORC_API void CrsaDecrypt(int bits, const unsigned char* key, int dataSize, const unsigned char* data, int* resultSize,
                           unsigned char** result);
