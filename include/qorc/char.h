@@ -104,7 +104,7 @@ class QORC_API C_CHAR {
   C_BOOL IsDigit() const;
   /// True for a letter or a decimal digit.
   C_BOOL IsAlphaNum() const;
-  /// True for 0-9, a-f and A-F.
+  /// True for a hexadecimal digit (0-9, a-f, A-F).
   C_BOOL IsHexa() const;
   /// True for a control character.
   C_BOOL IsControl() const;
