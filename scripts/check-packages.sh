@@ -59,6 +59,7 @@ mounted=()
 mount_system() {  # root
   mount -t proc proc "$1/proc" && mounted+=("$1/proc")
   mount --bind /dev "$1/dev" && mounted+=("$1/dev")
+  mount --bind /dev/pts "$1/dev/pts" && mounted+=("$1/dev/pts")
 }
 unmount_all() {
   local i
@@ -99,6 +100,12 @@ echo "== apt-get install ./libqorc0_*.deb ./libqorc-dev_*.deb ./qor_*.deb"
 run_in "$root" apt-get update -qq
 run_in "$root" sh -c 'cd /debs && DEBIAN_FRONTEND=noninteractive apt-get install -y -q ./libqorc0_*.deb ./libqorc-dev_*.deb ./qor_*.deb'
 run_in "$root" dpkg-query -W -f '${Package} ${Version} ${Depends}\n' libqorc0 libqorc-dev qor
+# Everything they depend on is installed now (ICU, libgsf, Crypto++, SQLite and libdeflate
+# are not in the base system: apt brought them).
+run_in "$root" sh -c 'for dependency in $(dpkg-query -W -f "\${Depends}," libqorc0 libqorc-dev qor |
+  tr "," "\n" | sed "s/(.*//; s/ //g"); do
+    dpkg-query -W -f "  \${Package} \${Status}\n" "$dependency" | grep "install ok installed" || exit 1
+  done'
 run_in "$root" sh -c 'dpkg -L libqorc0 libqorc-dev qor | sort -u' > "$root.files"
 
 echo "== the downstream program, with pkg-config and with find_package(qorc)"
