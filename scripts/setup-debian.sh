@@ -7,6 +7,9 @@ packages=(build-essential cmake ninja-build pkg-config clang libclang-rt-14-dev
   python3 python3-olefile libgsf-bin sqlite3 gzip zstd
   libpq-dev postgresql)
 missing=()
+# The API reference and its check in a browser, the manual page, the Debian packages
+# (dpkg-shlibdeps, dpkg-buildflags, lintian) and the fresh system that checks them.
+packages+=(doxygen chromium man-db lintian dpkg-dev debootstrap)
 for package in "${packages[@]}"; do
   dpkg -s "$package" >/dev/null 2>&1 || missing+=("$package")
 done

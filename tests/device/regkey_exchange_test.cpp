@@ -137,8 +137,11 @@ TEST_P(RegkeyExchangeTest, MalformedFilesImportNothingAndNameTheLine) {
   const std::u16string head =
       u"Windows Registry Editor Version 5.00\r\n\r\n[HKEY_CURRENT_USER\\A]\r\n\"ok\"=hex:01\r\n";
   const std::tuple<std::string, int> cases[] = {
-      {std::string("Windows Registry Editor Version 5.00\r\n"), 1},  // no byte-order mark
-      {RegBytes(u"REGEDIT4\r\n"), 1},
+      {RegBytes(u"Windows Registry Editor Version 6.00\r\n"), 1},
+      {RegBytes(u"Windows Registry Editor Version 5.00\r\n[-HKEY_CURRENT_USER\\A\\B]\r\n"), 2},  // nothing to be about
+      {RegBytes(u"Windows Registry Editor Version 5.00\r\n[-HKEY_CURRENT_USER\\B\\C]\r\n[HKEY_CURRENT_USER\\A]\r\n"),
+       2},                                                          // deleted outside the key that comes later
+      {RegBytes(head + u"\r\n[HKEY_LOCAL_MACHINE\\A\\B]\r\n"), 6},  // under another root
       {RegBytes(head + u"\"bad\"=hex:zz\r\n"), 5},
       {RegBytes(head + u"\r\n[HKEY_CURRENT_USER\\B]\r\n"), 6},  // outside the first key
       {RegBytes(head + u"\"open=\"text\r\n"), 5},
@@ -161,6 +164,16 @@ TEST_P(RegkeyExchangeTest, MalformedFilesImportNothingAndNameTheLine) {
     EXPECT_GT(extra.size(), where.size() + 10);
     EXPECT_EQ(first.AllEntries(), before);
   }
+
+  // Deletions may come before the key the file is about.
+  C_REGKEY().Open(&key, u"Gone\\Inner", C_REGKEY::WRITE, true);
+  WriteBytes(file,
+             "Windows Registry Editor Version 5.00\n[-HKEY_CURRENT_USER\\Software\\Exchange\\Gone]\n"
+             "[HKEY_CURRENT_USER\\Software\\Exchange]\n\"After\"=dword:7\n");
+  CregkeyImport(&key, LibraryPath(file));
+  ASSERT_FALSE(C_ERROR::Is());
+  EXPECT_EQ(Names(key, true), NameList{});
+  EXPECT_EQ(Names(key), (NameList{u"Before", u"After"}));
 
   CregkeyImport(&key, LibraryPath(dir.File("absent.reg")));
   EXPECT_EQ(TakeError(), &CerrFileCannotOpen);

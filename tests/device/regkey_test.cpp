@@ -29,17 +29,19 @@ class RegkeyTest : public testing::TestWithParam<StoreKind> {
   }
   // Forks a writer of entries `prefix`0, `prefix`1, ... of key "Writes", each its number and
   // `filler` characters, one commit each. It starts when `go` gives a byte (if given) and stops
-  // after `count` entries (never if 0) or at the first error.
-  pid_t ForkWriter(const C_STRING& prefix, int count, int filler, int go = -1) const {
+  // after `count` entries (never if 0) or at the first error. The key is under `root` as this
+  // process wired it, else under the store opened by the child.
+  pid_t ForkWriter(const C_STRING& prefix, int count, int filler, int go = -1, const C_REGKEY* root = nullptr) const {
     const pid_t pid = fork();
     if (pid != 0) return pid;
-    const C_REGKEY::HANDLE handle = Store();
+    const C_REGKEY::HANDLE handle = root == nullptr ? Store() : nullptr;
     char byte;
     if (go >= 0 && read(go, &byte, 1) != 1) _exit(2);
     const std::u16string characters(filler, u'x');
     for (int i = 0; (count == 0 || i < count) && !C_ERROR::Is(); ++i) {
       C_REGKEY key;
-      key.Open(handle, u"Writes", C_REGKEY::READ_WRITE, true);
+      root != nullptr ? key.Open(root, u"Writes", C_REGKEY::READ_WRITE, true)
+                      : key.Open(handle, u"Writes", C_REGKEY::READ_WRITE, true);
       Put(key, prefix + C_STRING(i), i);
       if (filler > 0) key.Write(C_STRING(filler, characters.data()));
       key.Close();
@@ -317,6 +319,141 @@ TEST_P(RegkeyTest, TwoProcessesWritingOneKeyLoseNoWrite) {
     for (int i = 0; i < kEntries; i += 37) EXPECT_EQ(ReadEntry<int>(key, C_STRING(prefix) + C_STRING(i)), i);
   }
   EXPECT_FALSE(C_ERROR::Is());
+}
+
+TEST_P(RegkeyTest, ChildrenGoOnUsingTheRootsAndHandlesTheirParentWired) {
+  // The roots are process-wide and set once: the parent here is a child of the test, which
+  // wires the user root, uses it, keeps a handle open and then forks.
+  EXPECT_EQ(RunInChild([&] {
+              C_REGKEY::InitUser(Store());
+              C_REGKEY environment;
+              environment.Open(C_REGKEY::USER, u"Environment", C_REGKEY::WRITE, true);
+              PutTexts(environment, {{u"QORC_FORK_SETTING", u"from the parent's key"}});
+              environment.Close();
+              C_REGKEY held;
+              held.Open(C_REGKEY::USER, u"Software\\Held", C_REGKEY::READ_WRITE, true);
+              Put(held, u"parent", 1);
+              held.SetEntry(u"parent");
+              if (C_ERROR::Is()) return 1;
+
+              // A child reads through the root and the held handle, and writes through both.
+              const pid_t child = fork();
+              if (child == 0) {
+                int code = 0;
+                if (Text(C_STRING(u"QORC_FORK_SETTING").GetEnv()) != u"from the parent's key") code = 10;
+                if (ReadEntry<int>(held, u"parent") != 1) code = 11;
+                Put(held, u"child", 2);
+                held.SetEntry(u"child");
+                C_REGKEY own;
+                own.Open(C_REGKEY::USER, u"Software\\Child", C_REGKEY::WRITE, true);
+                Put(own, u"made", C_STRING(u"in the child"));
+                own.Close();
+                _exit(C_ERROR::Is() ? 12 : code);
+              }
+              if (ExitStatus(child) != 0) return 2;
+              if (ReadEntry<int>(held, u"child") != 2) return 3;
+              C_REGKEY made;
+              made.Open(C_REGKEY::USER, u"Software\\Child", C_REGKEY::READ, false);
+              C_STRING text;
+              made.SetEntry(u"made");
+              made.Read(&text);
+              if (Text(text) != u"in the child" || C_ERROR::Is()) return 4;
+
+              // Two children writing one key at once lose nothing.
+              constexpr int kEntries = 200;
+              int go[2];
+              if (pipe(go) != 0) return 5;
+              const pid_t writers[] = {ForkWriter(u"a", kEntries, 0, go[0], C_REGKEY::USER),
+                                       ForkWriter(u"b", kEntries, 0, go[0], C_REGKEY::USER)};
+              close(go[0]);
+              if (write(go[1], "gg", 2) != 2) return 6;
+              close(go[1]);
+              for (pid_t writer : writers) {
+                if (ExitStatus(writer) != 0) return 7;
+              }
+              C_REGKEY writes;
+              writes.Open(C_REGKEY::USER, u"Writes", C_REGKEY::READ, false);
+              if (Names(writes).size() != 2u * kEntries) return 8;
+              for (const char16_t* prefix : {u"a", u"b"}) {
+                for (int i = 0; i < kEntries; ++i) {
+                  if (ReadEntry<int>(writes, C_STRING(prefix) + C_STRING(i)) != i) return 9;
+                }
+              }
+              writes.Close();
+
+              // A child killed while it writes loses nothing stored before; the parent goes on.
+              const pid_t killed = ForkWriter(u"k", 0, 20000, -1, C_REGKEY::USER);
+              for (int wait = 0; wait < 1000 && store.StoredData(u"Writes", u"k0").empty(); ++wait) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(10));
+              }
+              std::this_thread::sleep_for(std::chrono::milliseconds(100));
+              kill(killed, SIGKILL);
+              if (ExitStatus(killed) != -1) return 20;
+              if (store.Consistency() != "ok") return 21;
+              writes.Open(C_REGKEY::USER, u"Writes", C_REGKEY::READ, false);
+              if (ReadEntry<int>(writes, u"a199") != 199 || ReadEntry<int>(writes, u"b0") != 0) return 22;
+              int whole = 0;
+              for (const std::u16string& name : Names(writes)) {
+                if (name[0] != u'k') continue;
+                C_STRING filler;
+                if (u"k" + Text(C_STRING(ReadEntry<int>(writes, name.c_str()))) != name) return 23;
+                writes.Read(&filler);
+                if (filler.GetNumber() != 20000) return 24;
+                ++whole;
+              }
+              if (whole == 0) return 25;
+              writes.Close();
+              writes.Open(C_REGKEY::USER, u"Writes", C_REGKEY::WRITE, false);
+              Put(writes, u"after", 3);
+              writes.Close();
+              Put(held, u"after", 4);
+              held.Close();
+              if (C_ERROR::Is()) return 26;
+              return 0;
+            }),
+            0);
+  // What every process stored is in the file, read by a process of its own.
+  C_REGKEY key;
+  key.Open(Store(), u"Writes", C_REGKEY::READ, false);
+  EXPECT_EQ(ReadEntry<int>(key, u"after"), 3);
+  key.Close();
+  key.Open(Store(), u"Software\\Held", C_REGKEY::READ, false);
+  EXPECT_EQ(ReadEntry<int>(key, u"child"), 2);
+  EXPECT_EQ(ReadEntry<int>(key, u"after"), 4);
+  EXPECT_FALSE(C_ERROR::Is());
+}
+
+TEST_P(RegkeyTest, AChildKeepsWritingWhenItsParentClosesTheStore) {
+  // The child's connection holds its own locks on the store: when the parent
+  // closes its connection (Cclose), the journal the child writes to is kept.
+  EXPECT_EQ(RunInChild([&] {
+              C_REGKEY::InitUser(Store());
+              PutAt(u"Software\\Qorc", u"parent", 1);
+              int ready[2], go[2];
+              if (pipe(ready) != 0 || pipe(go) != 0) return 1;
+              const pid_t child = fork();
+              if (child == 0) {
+                char byte = 0;
+                C_REGKEY key;
+                key.Open(C_REGKEY::USER, u"Software\\Qorc", C_REGKEY::WRITE, false);
+                Put(key, u"first", 2);
+                key.Close();
+                if (write(ready[1], "r", 1) != 1 || read(go[0], &byte, 1) != 1) _exit(2);
+                key.Open(C_REGKEY::USER, u"Software\\Qorc", C_REGKEY::WRITE, false);
+                Put(key, u"second", 3);
+                key.Close();
+                _exit(C_ERROR::Is() ? 3 : 0);
+              }
+              char byte = 0;
+              if (read(ready[0], &byte, 1) != 1) return 4;
+              Cclose();
+              if (write(go[1], "g", 1) != 1) return 5;
+              return ExitStatus(child) == 0 ? 0 : 6;
+            }),
+            0);
+  for (const char16_t* entry : {u"parent", u"first", u"second"}) {
+    EXPECT_EQ(store.StoredData(u"Qorc", entry).size(), 4u);
+  }
 }
 
 TEST_F(RegkeyFileTest, BadStoresFailWithoutCrashOrLoss) {

@@ -33,9 +33,13 @@ bool RsaDecrypt(const std::string& key, const std::string& in, const std::string
 bool LockStatus(const std::string& document);
 bool LockClearStale(const std::string& document, bool yes);
 
-// Settings: a store file given by path, or the conventional user or machine store.
+// Settings: the user's and the machine's stores (files given by path, else
+// the conventional ones). Key paths begin with a root name
+// (HKEY_CURRENT_USER, HKEY_LOCAL_MACHINE, HKEY_CLASSES_ROOT); without one
+// they are under the user's root, or the machine's with `machine`.
 struct RegStore {
-  std::string path;
+  std::string userPath;
+  std::string machinePath;
   bool machine = false;
 };
 bool RegList(const RegStore& store, const std::string& key);

@@ -131,15 +131,25 @@ int Run(int argc, char** argv) {
   std::string entry;
   CLI::App* reg = app.add_subcommand("reg", "Settings keys: list, read, export and import (.reg files)");
   reg->require_subcommand(1);
-  reg->add_option("--store", store.path,
-                  "Settings store: a file, or a postgresql:// URI (default: the user's conventional store)");
-  reg->add_flag("--machine", store.machine, "The machine's conventional store instead of the user's");
+  reg->add_option("--store", store.userPath,
+                  "The user's settings store, HKEY_CURRENT_USER: a file or a postgresql:// URI (default: the user's "
+                  "conventional store)");
+  reg->add_option("--machine-store", store.machinePath,
+                  "The machine's settings store, HKEY_LOCAL_MACHINE: a file or a postgresql:// URI (default: the "
+                  "machine's conventional store)");
+  reg->add_flag("--machine", store.machine, "Key paths without a root name are under HKEY_LOCAL_MACHINE");
+  reg->footer(
+      "KEY is a path with \\ or /, beginning with HKEY_CURRENT_USER, HKEY_LOCAL_MACHINE or HKEY_CLASSES_ROOT\n"
+      "(HKEY_LOCAL_MACHINE\\Software\\Classes); a root alone is the whole store. Without a root name the path\n"
+      "is under HKEY_CURRENT_USER (HKEY_LOCAL_MACHINE with --machine). import stores each section of the file\n"
+      "in the store of its root.");
   CLI::App* regList = reg->add_subcommand("list", "List the subkeys (ending in \\) and the entries of KEY");
   CLI::App* regGet = reg->add_subcommand("get", "Print an entry of KEY as a .reg file shows it");
   CLI::App* regExport = reg->add_subcommand("export", "Write KEY and everything under it to a .reg file");
-  CLI::App* regImport = reg->add_subcommand("import", "Store the keys and entries of a .reg file");
+  CLI::App* regImport =
+      reg->add_subcommand("import", "Store the keys and entries of a .reg file, each in the store of its root");
   for (CLI::App* command : {regList, regGet, regExport}) {
-    command->add_option("KEY", regKey, "Key path, with \\ or /")->required();
+    command->add_option("KEY", regKey, "Key path, with \\ or /, perhaps beginning with a root name")->required();
   }
   regGet->add_option("ENTRY", entry, "Entry name (empty: the default entry)")->required();
   regExport->add_option("FILE", file, "The .reg file to write")->required();

@@ -59,6 +59,7 @@
 #include <vector>
 
 #include "platform/process.h"
+#include "platform/process_bound.h"
 #include "platform/settings_backend.h"
 #include "platform/text.h"
 
@@ -184,22 +185,38 @@ class Call {
   bool outer_;
 };
 
+// One process's session with the server, with the statements it has prepared.
+struct Connection {
+  PGconn* conn = nullptr;
+  bool prepared[kStatementCount] = {};
+
+  explicit Connection(PGconn* opened) : conn(opened) {}
+  ~Connection() { PQfinish(conn); }
+  Connection(const Connection&) = delete;
+  Connection& operator=(const Connection&) = delete;
+};
+
+// A store, with the handles on it. The handles are process-wide and a child
+// made by fork goes on using its parent's; the session belongs to one
+// process, and a child connects again on first use.
 struct Store {
   std::string conninfo;  // as given; never shown, since it may hold a password
   int connectTimeoutMs = kConnectTimeoutSeconds * 1000;
   std::string identity;  // server, port, database and user, as connected
-  unsigned long owner = CurrentProcessId();
-  PGconn* conn = nullptr;
-  bool prepared[kStatementCount] = {};
+  ProcessBound<Connection> connection;
+  // A batch is a transaction of one session, of the process that began it.
   Batch batch = Batch::None;
-  // Key ids by parent id and folded name, as this store found them.
+  unsigned long batchProcess = 0;
+  // Key ids by parent id and folded name, as this store found them (ids
+  // name the same keys in every session).
   std::unordered_map<std::string, long long> children;
   SettingsKey* top = nullptr;
-
-  ~Store() {
-    if (conn != nullptr && owner == CurrentProcessId()) PQfinish(conn);
-  }
 };
+
+PGconn* ConnOf(const Store* store) {
+  const Connection* connection = store->connection.Get();
+  return connection != nullptr ? connection->conn : nullptr;
+}
 
 Store* StoreOf(const SettingsKey* key) { return static_cast<Store*>(key->store); }
 
@@ -252,9 +269,7 @@ bool WaitForSocket(PGconn* conn, short events, Clock::time_point deadline) {
 }
 
 void Disconnect(Store* store) {
-  if (store->conn != nullptr) PQfinish(store->conn);
-  store->conn = nullptr;
-  for (bool& prepared : store->prepared) prepared = false;
+  store->connection.Release();
   // Ids found inside a transaction that the server rolled back are void.
   store->children.clear();
   if (store->batch == Batch::Open) store->batch = Batch::Broken;
@@ -269,7 +284,7 @@ bool IsFailure(const PGresult* result) {
 // failure (or else the last result). Null when the connection failed or the
 // reply took too long; the connection is then dropped.
 PGresult* Collect(Store* store) {
-  PGconn* conn = store->conn;
+  PGconn* conn = ConnOf(store);
   const Clock::time_point deadline = g_callDeadline;
   int flushed;
   while ((flushed = PQflush(conn)) == 1) {
@@ -355,7 +370,8 @@ class Reply {
 
 // Runs SQL text (one or several statements, no parameters); results in text.
 PGresult* RunText(Store* store, const char* sql) {
-  if (store->conn == nullptr || !PQsendQuery(store->conn, sql)) {
+  PGconn* conn = ConnOf(store);
+  if (conn == nullptr || !PQsendQuery(conn, sql)) {
     Disconnect(store);
     return nullptr;
   }
@@ -374,8 +390,12 @@ bool Connect(Store* store) {
   const char* values[] = {"1", "10", "5", "3", tcpTimeout.c_str(), store->conninfo.c_str(), "qorc", nullptr};
   PGconn* conn = PQconnectStartParams(keywords, values, 1);
   if (conn == nullptr) return false;
-  store->conn = conn;
-  store->owner = CurrentProcessId();
+  try {
+    store->connection.Adopt(std::unique_ptr<Connection>(new Connection(conn)));
+  } catch (const std::bad_alloc&) {
+    PQfinish(conn);
+    return false;
+  }
   const Clock::time_point deadline =
       std::min(g_callDeadline, Clock::now() + std::chrono::milliseconds(store->connectTimeoutMs));
   PostgresPollingStatusType polling = PGRES_POLLING_WRITING;
@@ -421,14 +441,9 @@ int ConnectTimeoutMs(const PQconninfoOption* options) {
 // The connection of this process, made (again) when there is none: a child
 // made by fork leaves its parent's connection alone, unused and open.
 bool Connected(Store* store) {
-  if (store->owner != CurrentProcessId()) {
-    store->conn = nullptr;
-    for (bool& prepared : store->prepared) prepared = false;
-    store->batch = Batch::None;
-    store->owner = CurrentProcessId();
-  }
-  if (store->conn != nullptr) return true;
-  // A batch lives in one connection: once that is gone, so is the batch.
+  if (store->batch != Batch::None && store->batchProcess != CurrentProcessId()) store->batch = Batch::None;
+  if (store->connection.Get() != nullptr) return true;
+  // A batch lives in one session: once that is gone, so is the batch.
   if (store->batch != Batch::None) return false;
   return Connect(store);
 }
@@ -455,16 +470,18 @@ std::string StatementName(Statement which) { return "qorc_settings_" + std::to_s
 // binary parameters and results.
 PGresult* Run(Store* store, Statement which, const std::vector<Parameter>& parameters) {
   if (!Connected(store)) return nullptr;
+  Connection* connection = store->connection.Get();
   const std::string name = StatementName(which);
-  if (!store->prepared[which]) {
-    if (!PQsendPrepare(store->conn, name.c_str(), kStatements[which].sql, kStatements[which].parameters, nullptr)) {
+  if (!connection->prepared[which]) {
+    if (!PQsendPrepare(connection->conn, name.c_str(), kStatements[which].sql, kStatements[which].parameters,
+                       nullptr)) {
       Disconnect(store);
       return nullptr;
     }
     PGresult* prepared = Collect(store);
     if (prepared == nullptr || PQresultStatus(prepared) != PGRES_COMMAND_OK) return prepared;
     PQclear(prepared);
-    store->prepared[which] = true;
+    connection->prepared[which] = true;
   }
   std::vector<const char*> values;
   std::vector<int> lengths, formats;
@@ -473,7 +490,7 @@ PGresult* Run(Store* store, Statement which, const std::vector<Parameter>& param
     lengths.push_back(static_cast<int>(parameter.bytes.size()));
     formats.push_back(1);
   }
-  if (!PQsendQueryPrepared(store->conn, name.c_str(), static_cast<int>(parameters.size()), values.data(),
+  if (!PQsendQueryPrepared(connection->conn, name.c_str(), static_cast<int>(parameters.size()), values.data(),
                            lengths.data(), formats.data(), 1)) {
     Disconnect(store);
     return nullptr;
@@ -512,7 +529,7 @@ class Transaction {
 
  private:
   void Rollback() {
-    if (store_->conn != nullptr) Reply(RunText(store_, "ROLLBACK"));
+    if (ConnOf(store_) != nullptr) Reply(RunText(store_, "ROLLBACK"));
     store_->children.clear();
   }
 
@@ -689,7 +706,7 @@ bool PrepareSchema(Store* store) {
       ok = SchemaVersion(store) == kSchemaVersion;
     }
   }
-  if (store->conn == nullptr) return false;
+  if (ConnOf(store) == nullptr) return false;
   Reply end(RunText(store, ok ? "COMMIT" : "ROLLBACK"));
   return ok && end.outcome() == Outcome::Ok && std::strcmp(end.command(), "COMMIT") == 0;
 }
@@ -732,8 +749,8 @@ SettingsKey* OpenSettingsStore(const char16_t* name) {
     store->connectTimeoutMs = ConnectTimeoutMs(options);
     PQconninfoFree(options);
     if (!Connect(store.get()) || !PrepareSchema(store.get())) return nullptr;
-    store->identity = std::string(PQhost(store->conn)) + '\n' + PQport(store->conn) + '\n' + PQdb(store->conn) + '\n' +
-                      PQuser(store->conn);
+    const PGconn* conn = ConnOf(store.get());
+    store->identity = std::string(PQhost(conn)) + '\n' + PQport(conn) + '\n' + PQdb(conn) + '\n' + PQuser(conn);
     if (Store* known = FindStore(std::string(), store->identity)) return known->top;
     store->top = NewKey(store.get(), kTopSettingsKeyId,
                         kSettingsQuery | kSettingsSet | kSettingsCreateSubkey | kSettingsEnumerate, std::u16string());
@@ -748,10 +765,7 @@ SettingsKey* OpenSettingsStore(const char16_t* name) {
 void CloseAllSettingsStores() {
   for (const SettingsKey* key : LiveKeys()) delete key;
   LiveKeys().clear();
-  // A parent's connections are the parent's: a child leaves them open.
-  for (std::unique_ptr<Store>& store : Stores()) {
-    if (store->owner != CurrentProcessId()) store->conn = nullptr;
-  }
+  // A parent's sessions are the parent's: a child leaves them open.
   Stores().clear();
 }
 
@@ -929,6 +943,11 @@ SettingsResult ListSettingsEntries(SettingsKey* key, std::vector<std::u16string>
   }
 }
 
+// Whether this process has a batch open in its session.
+static bool BatchOpenHere(const Store* store) {
+  return store->batch == Batch::Open && store->batchProcess == CurrentProcessId() && ConnOf(store) != nullptr;
+}
+
 // A batch is one transaction of the store's connection. It cannot be run
 // again on a serialization failure or a lost connection: it then fails
 // whole, and nothing of it is stored.
@@ -943,6 +962,7 @@ bool BeginSettingsBatch(SettingsKey* key) {
   });
   if (began != Outcome::Ok) return false;
   store->batch = Batch::Open;
+  store->batchProcess = CurrentProcessId();
   return true;
 }
 
@@ -950,7 +970,7 @@ bool CommitSettingsBatch(SettingsKey* key) {
   const Call call;
   if (!IsLive(key)) return false;
   Store* store = StoreOf(key);
-  if (store->batch != Batch::Open || store->conn == nullptr) {
+  if (!BatchOpenHere(store)) {
     AbandonSettingsBatch(key);
     return false;
   }
@@ -965,7 +985,7 @@ void AbandonSettingsBatch(SettingsKey* key) {
   const Call call;
   if (!IsLive(key)) return;
   Store* store = StoreOf(key);
-  if (store->batch == Batch::Open && store->conn != nullptr && store->owner == CurrentProcessId()) {
+  if (BatchOpenHere(store)) {
     Reply(RunText(store, "ROLLBACK"));
   }
   store->batch = Batch::None;
