@@ -464,17 +464,23 @@ struct Parameter {
   static Parameter Bytes(std::string bytes) { return Parameter{std::move(bytes)}; }
 };
 
-std::string StatementName(Statement which) { return "qorc_settings_" + std::to_string(static_cast<int>(which)); }
+// The name a statement is prepared under in each session.
+const char* StatementName(Statement which) {
+  static const char* const kNames[kStatementCount] = {"qorc_settings_0", "qorc_settings_1",  "qorc_settings_2",
+                                                      "qorc_settings_3", "qorc_settings_4",  "qorc_settings_5",
+                                                      "qorc_settings_6", "qorc_settings_7",  "qorc_settings_8",
+                                                      "qorc_settings_9", "qorc_settings_10", "qorc_settings_11"};
+  return kNames[which];
+}
 
 // Runs a prepared statement (prepared on first use in this connection) with
 // binary parameters and results.
 PGresult* Run(Store* store, Statement which, const std::vector<Parameter>& parameters) {
   if (!Connected(store)) return nullptr;
   Connection* connection = store->connection.Get();
-  const std::string name = StatementName(which);
+  const char* name = StatementName(which);
   if (!connection->prepared[which]) {
-    if (!PQsendPrepare(connection->conn, name.c_str(), kStatements[which].sql, kStatements[which].parameters,
-                       nullptr)) {
+    if (!PQsendPrepare(connection->conn, name, kStatements[which].sql, kStatements[which].parameters, nullptr)) {
       Disconnect(store);
       return nullptr;
     }
@@ -490,8 +496,8 @@ PGresult* Run(Store* store, Statement which, const std::vector<Parameter>& param
     lengths.push_back(static_cast<int>(parameter.bytes.size()));
     formats.push_back(1);
   }
-  if (!PQsendQueryPrepared(connection->conn, name.c_str(), static_cast<int>(parameters.size()), values.data(),
-                           lengths.data(), formats.data(), 1)) {
+  if (!PQsendQueryPrepared(connection->conn, name, static_cast<int>(parameters.size()), values.data(), lengths.data(),
+                           formats.data(), 1)) {
     Disconnect(store);
     return nullptr;
   }
@@ -832,14 +838,13 @@ SettingsResult SetSettingsEntry(SettingsKey* key, const std::u16string& name, un
   if (!IsLive(key)) return SettingsResult::Failed;
   if ((key->access & kSettingsSet) == 0) return SettingsResult::Denied;
   try {
-    const std::vector<Parameter> parameters = {
+    std::vector<Parameter> parameters = {
         Parameter::Number(key->id), Parameter::Bytes(SettingsNameBytes(name)),
         Parameter::Bytes(SettingsFoldBytes(name)), Parameter::Number(type),
         Parameter::Bytes(size != 0 ? std::string(reinterpret_cast<const char*>(data), size) : std::string())};
     return OnFreshKey(key, [&] {
-      std::vector<Parameter> current = parameters;
-      current[0] = Parameter::Number(key->id);
-      Reply upsert(Run(StoreOf(key), kUpsertEntry, current));
+      parameters[0] = Parameter::Number(key->id);  // the id may have been found again
+      Reply upsert(Run(StoreOf(key), kUpsertEntry, parameters));
       return upsert.outcome();
     });
   } catch (const std::bad_alloc&) {
