@@ -15,6 +15,10 @@
 #include <cstdio>
 
 class IStorage;
+namespace qorc::file {
+class BlockCompressor;
+struct CompressJob;
+}  // namespace qorc::file
 
 class QORC_API C_FILE {
  public:
@@ -322,6 +326,10 @@ class QORC_API C_FILE {
   // The compressed format, block by block (a null scratch: one is allocated
   // for the call).
   void ReadCompressBlock(void* scratch);
+  // While CfileCompressThreads was above 1 when the file was opened for
+  // writing, the block is handed to the workers and written, in order, by a
+  // later call (the next blocks, Flush, closing); a failure of an earlier
+  // block shows here and refuses this one, which stays in the buffer.
   void WriteCompressBlock(void* scratch);
   void ReadCompress(int count, void* data, int* got);
   void WriteCompress(int count, const void* data, int* put);
@@ -349,6 +357,14 @@ class QORC_API C_FILE {
   void PositionDirect(long long position);
   void DecompressToTemp();
   void CompressFromTemp();
+  bool CompressAndWriteBlock(void* scratch);
+  bool WriteBlockRecord(unsigned int stored, const unsigned char* packed, unsigned int packedSize);
+  bool StartCompressWorkers();
+  bool HandBlockToWorkers();
+  bool WriteCompressedBlocks(bool wait);
+  bool WriteCompressedJob(qorc::file::CompressJob* job);
+  void EndCompressBlock();
+  void StopCompressWorkers();
   void WriteUnits(const char16_t* units, int count);
   void WriteFormatted(const C_STRING& text);
   void ReadCodedLine(C_STRING* line);
@@ -383,6 +399,11 @@ class QORC_API C_FILE {
   long long* flushPoints_ = nullptr;
   // The stream is the temporary file of a compressed file being written.
   C_BOOL viaTemp_;
+  // Workers compressing the blocks of a compressed file being written
+  // (CfileCompressThreads as it was when the file was opened), started at
+  // the first block handed to them and stopped when the file closes.
+  int compressThreads_ = 1;
+  qorc::file::BlockCompressor* compressor_ = nullptr;
 };
 
 #endif
