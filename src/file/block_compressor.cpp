@@ -2,7 +2,6 @@
 #include "file/block_compressor.h"
 
 #include <qorc/file.h>
-#include <zlib.h>
 
 #include <exception>
 #include <new>
@@ -34,8 +33,11 @@ std::unique_ptr<BlockCompressor> BlockCompressor::Start(int workers) {
       if (job->data == nullptr || job->packed == nullptr) return nullptr;
       compressor->jobs_.push_back(std::move(job));
     }
+    for (int i = 0; i < workers; ++i) compressor->deflaters_.push_back(std::make_unique<BlockDeflater>());
     compressor->workers_.reserve(static_cast<std::size_t>(workers));
-    for (int i = 0; i < workers; ++i) compressor->workers_.emplace_back(&BlockCompressor::Work, compressor.get());
+    for (int i = 0; i < workers; ++i) {
+      compressor->workers_.emplace_back(&BlockCompressor::Work, compressor.get(), compressor->deflaters_[i].get());
+    }
   } catch (const std::exception&) {
     // No memory or no thread: the workers already started are stopped by
     // the destructor, and the caller compresses alone.
@@ -79,13 +81,14 @@ void BlockCompressor::Release() {
   if (head_ != tail_) ++head_;
 }
 
-void BlockCompressor::Compress(CompressJob* job) {
-  uLongf packed = C_FILE::COMPRESS_SCRATCH_SIZE;
-  job->compressed = compress(job->packed.get(), &packed, job->data.get(), job->size) == Z_OK;
-  job->packedSize = job->compressed ? static_cast<unsigned int>(packed) : 0;
+void BlockCompressor::Compress(CompressJob* job, BlockDeflater* deflater) {
+  unsigned int packed = 0;
+  job->compressed =
+      deflater->Compress(job->data.get(), job->size, job->packed.get(), C_FILE::COMPRESS_SCRATCH_SIZE, &packed);
+  job->packedSize = job->compressed ? packed : 0;
 }
 
-void BlockCompressor::Work() {
+void BlockCompressor::Work(BlockDeflater* deflater) {
   std::unique_lock<std::mutex> lock(mutex_);
   for (;;) {
     queued_.wait(lock, [this] { return stopping_ || taken_ != tail_; });
@@ -93,7 +96,7 @@ void BlockCompressor::Work() {
     CompressJob* job = Slot(taken_);
     ++taken_;
     lock.unlock();
-    Compress(job);
+    Compress(job, deflater);
     lock.lock();
     job->done = true;
     finished_.notify_one();

@@ -15,6 +15,8 @@
 #include <thread>
 #include <vector>
 
+#include "file/block_deflate.h"
+
 namespace qorc::file {
 
 // One block on its way through the workers: the caller fills data and size,
@@ -55,15 +57,17 @@ class BlockCompressor {
   // Gives the oldest block back once the caller has written it.
   void Release();
 
-  // What a worker does with a job; the caller may do it too.
-  static void Compress(CompressJob* job);
+  // What a worker does with a job, with its own deflater; the caller may
+  // do it too, with its thread's.
+  static void Compress(CompressJob* job, BlockDeflater* deflater);
 
  private:
   BlockCompressor() = default;
-  void Work();
+  void Work(BlockDeflater* deflater);
   CompressJob* Slot(std::size_t count) { return jobs_[count % jobs_.size()].get(); }
 
   std::vector<std::unique_ptr<CompressJob>> jobs_;
+  std::vector<std::unique_ptr<BlockDeflater>> deflaters_;  // one per worker
   std::vector<std::thread> workers_;
   std::mutex mutex_;
   std::condition_variable queued_;    // a job was handed in, or the workers stop

@@ -11,11 +11,11 @@
 // appends. A file opened in place for writing gets its magic and its block
 // buffer when it is opened, so it is a valid (empty) compressed file at once.
 #include <qorc/file.h>
-#include <zlib.h>
 
 #include <cstring>
 
 #include "file/block_compressor.h"
+#include "file/block_deflate.h"
 #include "file/block_inflate.h"
 #include "file/file_internal.h"
 #include "foundation/library.h"
@@ -119,12 +119,12 @@ bool C_FILE::CompressAndWriteBlock(void* scratch) {
   Scratch work(scratch);
   unsigned char* area = work.Get();
   if (area == nullptr) return false;
-  uLongf packed = COMPRESS_SCRATCH_SIZE;
-  if (compress(area, &packed, block_, cursor_) != Z_OK) {
+  unsigned int packed = 0;
+  if (!qorc::file::ThreadDeflater().Compress(block_, cursor_, area, COMPRESS_SCRATCH_SIZE, &packed)) {
     CerrFileCannotCompress.TriggerMild();
     return false;
   }
-  if (!WriteBlockRecord(cursor_, area, static_cast<unsigned int>(packed))) return false;
+  if (!WriteBlockRecord(cursor_, area, packed)) return false;
   cursor_ = 0;
   ++currentBlock_;
   return true;
@@ -191,7 +191,7 @@ bool C_FILE::WriteCompressedJob(qorc::file::CompressJob* job) {
   if (!job->compressed) {
     // Compressed again here, as a block compressed at once is tried again
     // by the next call that writes it.
-    qorc::file::BlockCompressor::Compress(job);
+    qorc::file::BlockCompressor::Compress(job, &qorc::file::ThreadDeflater());
     if (!job->compressed) {
       CerrFileCannotCompress.TriggerMild();
       return false;

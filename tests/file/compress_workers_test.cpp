@@ -277,6 +277,31 @@ TEST_F(CompressWorkers, AFlushPutsEveryBlockHandedOverOnDisk) {
   EXPECT_TRUE(DecodeBlocksWithZlib(ReadBytes(path)) == data);
 }
 
+TEST(BlockDeflaterTest, GivesZlibCompressByteForByte) {
+  // One deflater kept over blocks of every kind and size, in an order that
+  // leaves a large block's data in its memory before a small one.
+  qorc::file::BlockDeflater deflater;
+  std::mt19937 random(8);
+  std::vector<unsigned char> packed(C_FILE::COMPRESS_SCRATCH_SIZE);
+  for (int i = 0; i < 40; ++i) {
+    const std::size_t size = i % 4 == 0 ? kBlock : random() % kBlock + 1;
+    const std::string data = i % 3 == 0 ? RandomBytes(size, i) : TextLike(size, i);
+    uLongf expectedSize = C_FILE::COMPRESS_SCRATCH_SIZE;
+    std::vector<unsigned char> expected(expectedSize);
+    ASSERT_EQ(compress(expected.data(), &expectedSize, reinterpret_cast<const Bytef*>(data.data()), size), Z_OK);
+    unsigned int packedSize = 0;
+    ASSERT_TRUE(deflater.Compress(reinterpret_cast<const unsigned char*>(data.data()), static_cast<unsigned>(size),
+                                  packed.data(), C_FILE::COMPRESS_SCRATCH_SIZE, &packedSize));
+    ASSERT_EQ(packedSize, expectedSize) << size;
+    EXPECT_EQ(std::memcmp(packed.data(), expected.data(), packedSize), 0) << size;
+  }
+  // Too little room is a refusal, as compress answers Z_BUF_ERROR.
+  const std::string noise = RandomBytes(1000, 3);
+  unsigned int packedSize = 0;
+  EXPECT_FALSE(deflater.Compress(reinterpret_cast<const unsigned char*>(noise.data()), 1000, packed.data(), 100,
+                                 &packedSize));
+}
+
 TEST(BlockCompressorTest, BlocksComeBackInTheOrderTheyWentIn) {
   auto compressor = qorc::file::BlockCompressor::Start(3);
   ASSERT_NE(compressor, nullptr);
