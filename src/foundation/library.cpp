@@ -1,9 +1,9 @@
 // Library start and stop, the process-wide switches and the library code page.
 #include "foundation/library.h"
 
-#include <qorc/types.h>
-
 #include <new>
+
+#include <qorc/types.h>
 
 #include "device/regkey_internal.h"
 #include "math/generators.h"
@@ -28,7 +28,9 @@ void AllocationFailureHook() {
   throw std::bad_alloc();
 }
 
-void DestroyErrorContext() { delete[] C_ERROR::ContextStrings; }
+void DestroyErrorContext() {
+  delete[] C_ERROR::ContextStrings;
+}
 
 }  // namespace
 
