@@ -10,6 +10,11 @@
 // can position itself by a table of the blocks built on demand; writing
 // appends. A file opened in place for writing gets its magic and its block
 // buffer when it is opened, so it is a valid (empty) compressed file at once.
+//
+// While CfileCompressThreads is above 1, the blocks of a file being written
+// (in place, or from its temporary file at close) are compressed by worker
+// threads and written in the order they were made, and a flush waits for the
+// blocks in flight: the file is byte for byte the one written without them.
 #include <qorc/file.h>
 
 #include <cstring>
