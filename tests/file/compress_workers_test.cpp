@@ -231,7 +231,7 @@ Failure WriteToFullDisk(int mode, const std::string& data, int workers, bool* be
     C_FILE file(LibraryPath("/dev/full"), mode, C_FILE::COMPRESSED);
     EXPECT_FALSE(C_ERROR::Is());
     for (std::size_t at = 0; at < data.size() && !C_ERROR::Is(); at += 1000) {
-      file.Write(1000, data.data() + at);
+      file.Write(static_cast<int>(std::min<std::size_t>(1000, data.size() - at)), data.data() + at);
     }
     if (!C_ERROR::Is()) file.Flush();
     *beforeClosing = C_ERROR::Is();
