@@ -11,7 +11,12 @@
 # records, base64 text and random bytes, so that the ratio is neither that of
 # text nor that of noise. Builds qor first if needed. Other work on the
 # machine slows every row alike only when it is steady: the load average is
-# printed before and after.
+# printed before and after, and the scaling table shows how many processors
+# each run could use. With the kernel's autogroup scheduling every session
+# gets an equal share of the processors whatever its number of threads, so
+# on a shared machine run it in a session of its own with more weight (root):
+#   setsid bash -c 'echo -10 > /proc/self/autogroup; bash scripts/bench-qor.sh'
+# /usr/bin/time (Debian's "time") measures the processor time.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 size_mib="${1:-256}"
@@ -83,16 +88,29 @@ if command -v zstd > /dev/null; then
   row "zstd -3" "zstd -q -3 -c '$s' > '$s.zst'" "zstd -q -d -c '$s.zst' > '$work/back'" "$s.zst"
 fi
 
-# Scaling of qor pack with its threads; every file must equal the 1-thread one.
+# Median over the runs of a shell command: "wall-seconds cpu-seconds" (user
+# and system time of the command and its children), the run of median wall time.
+median_wall_and_cpu() {
+  local lines=()
+  for _ in $(seq "$runs"); do
+    /usr/bin/time -f "%e %U %S" -o "$work/time" bash -c "$1"
+    lines+=("$(awk '{ print $1, $2 + $3 }' "$work/time")")
+  done
+  printf '%s\n' "${lines[@]}" | sort -g | awk '{a[NR]=$0} END {print a[int((NR+1)/2)]}'
+}
+
+# Scaling of qor pack with its threads; every file must equal the 1-thread
+# one. "cores used" is CPU time over wall time: on a machine shared with other
+# work it shows how much of the processors the run could get.
 echo
 echo "qor pack scaling (compress only)"
-printf '%-8s %9s %12s %9s %s\n' "threads" "time" "throughput" "speed-up" "pigz -6 at the same count"
+printf '%-8s %9s %12s %9s %6s   %s\n' "threads" "time" "throughput" "speed-up" "cores" "pigz -6 at the same count"
 counts="1 2"
 for ((n = 4; n <= threads; n *= 2)); do counts="$counts $n"; done
 [ "$threads" -gt 2 ] && [[ " $counts " != *" $threads "* ]] && counts="$counts $threads"
 single=""
 for n in $counts; do
-  t=$(median_seconds "'$qor' pack --quiet --force -j $n '$s' '$s.$n.qz'")
+  read -r t cpu < <(median_wall_and_cpu "'$qor' pack --quiet --force -j $n '$s' '$s.$n.qz'")
   if [ "$n" = 1 ]; then
     single="$t"
   else
@@ -101,12 +119,13 @@ for n in $counts; do
   fi
   pigz_text="-"
   if command -v pigz > /dev/null; then
-    tz=$(median_seconds "pigz -6 -p $n -c '$s' > '$s.gz'")
-    pigz_text=$(awk -v b="$bytes" -v t="$tz" 'BEGIN { printf "%.2f s %.1f MB/s", t, b / t / 1e6 }')
+    read -r tz cz < <(median_wall_and_cpu "pigz -6 -p $n -c '$s' > '$s.gz'")
+    pigz_text=$(awk -v b="$bytes" -v t="$tz" -v c="$cz" 'BEGIN {
+      printf "%.2f s %.1f MB/s (%.2f cores)", t, b / t / 1e6, c / t }')
     rm -f "$s.gz"
   fi
-  awk -v n="$n" -v b="$bytes" -v t="$t" -v one="$single" -v z="$pigz_text" 'BEGIN {
-    printf "%-8s %7.2f s %7.1f MB/s %8.2fx %s\n", n, t, b / t / 1e6, one / t, z }'
+  awk -v n="$n" -v b="$bytes" -v t="$t" -v c="$cpu" -v one="$single" -v z="$pigz_text" 'BEGIN {
+    printf "%-8s %7.2f s %7.1f MB/s %8.2fx %6.2f   %s\n", n, t, b / t / 1e6, one / t, c / t, z }'
 done
 rm -f "$s.1.qz"
 echo "load after: $(uptime)"
