@@ -4,7 +4,7 @@ set -euo pipefail
 packages=(build-essential cmake ninja-build pkg-config clang libclang-rt-14-dev
   zlib1g-dev libdeflate-dev libcrypto++-dev libicu-dev libsqlite3-dev libgsf-1-dev
   libcli11-dev libgtest-dev libbenchmark-dev libmimalloc-dev
-  python3 python3-olefile libgsf-bin sqlite3 gzip zstd
+  python3 python3-olefile libgsf-bin sqlite3 gzip zstd pigz time
   libpq-dev postgresql)
 missing=()
 # The API reference and its check in a browser, the manual page, the Debian packages

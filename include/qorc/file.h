@@ -16,6 +16,10 @@
 #include <cstdio>
 
 class IStorage;
+namespace qorc::file {
+class BlockCompressor;
+struct CompressJob;
+}  // namespace qorc::file
 
 /// A file of the library: an open file with its kind (TEXT, UNICODE, BINARY or
 /// the block-compressed format), access mode and text conventions; and, as
@@ -395,7 +399,6 @@ class QORC_API C_FILE {
   static void CheckCompression(const C_STRING& path);
 
  protected:
-  /// The root names.
   /// The root table: names without "$" and their directories, as given, in
   /// order of addition; both arrays have the capacity RootsNba.
   static C_STRING* RootsNames;
@@ -412,6 +415,10 @@ class QORC_API C_FILE {
   /// for the call).
   void ReadCompressBlock(void* scratch);
   /// Compresses and writes the buffered block; CerrFileCannotCompress or CerrFileCannotWrite when it fails.
+  /// While CfileCompressThreads was above 1 when the file was opened for
+  /// writing, the block is handed to the workers and written, in order, by a
+  /// later call (the next blocks, Flush, closing); a failure of an earlier
+  /// block shows here and refuses this one, which stays in the buffer.
   void WriteCompressBlock(void* scratch);
   /// Reads uncompressed bytes across blocks.
   void ReadCompress(int count, void* data, int* got);
@@ -443,6 +450,14 @@ class QORC_API C_FILE {
   void PositionDirect(long long position);
   void DecompressToTemp();
   void CompressFromTemp();
+  bool CompressAndWriteBlock(void* scratch);
+  bool WriteBlockRecord(unsigned int stored, const unsigned char* packed, unsigned int packedSize);
+  bool StartCompressWorkers();
+  bool HandBlockToWorkers();
+  bool WriteCompressedBlocks(bool wait);
+  bool WriteCompressedJob(qorc::file::CompressJob* job);
+  void EndCompressBlock();
+  void StopCompressWorkers();
   void WriteUnits(const char16_t* units, int count);
   void WriteFormatted(const C_STRING& text);
   void ReadCodedLine(C_STRING* line);
@@ -477,6 +492,11 @@ class QORC_API C_FILE {
   long long* flushPoints_ = nullptr;
   // The stream is the temporary file of a compressed file being written.
   C_BOOL viaTemp_;
+  // Workers compressing the blocks of a compressed file being written
+  // (CfileCompressThreads as it was when the file was opened), started at
+  // the first block handed to them and stopped when the file closes.
+  int compressThreads_ = 1;
+  qorc::file::BlockCompressor* compressor_ = nullptr;
 };
 
 #endif

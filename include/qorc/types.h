@@ -122,5 +122,14 @@ extern QORC_API C_BOOL CcharMBCS;
 extern QORC_API C_BOOL CcharUnicode;
 /// File-name operations look past a trailing numeric index (set by the host; false at load).
 extern QORC_API C_BOOL CfileManageIndex;
+/// Worker threads that compress the blocks of a COMPRESSED file being written
+/// (set by the host; 1 at load). With 1 or less the blocks are compressed in
+/// the writing thread and no thread is started; above 1 (at most 64 are used)
+/// a file opened for writing while it is so hands its full blocks to that many
+/// workers and writes them in order, so the file is byte for byte the same.
+/// Every flush, and closing, waits for the blocks in flight; a failed block
+/// shows as its usual pending error at the call that waits for it, and
+/// nothing is written after it. About two blocks per worker are in flight.
+extern QORC_API int CfileCompressThreads;
 
 #endif

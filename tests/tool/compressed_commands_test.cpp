@@ -44,6 +44,26 @@ TEST_F(CompressedCommandsTest, PackAndUnpackGiveBackTheOriginalBytes) {
   }
 }
 
+TEST_F(CompressedCommandsTest, PackMakesTheSameFileWithAnyNumberOfThreads) {
+  for (const std::size_t size : {std::size_t{0}, std::size_t{kBlock}, 17 * std::size_t{kBlock} + 3}) {
+    SCOPED_TRACE(size);
+    const std::string data = SampleData(size, 21);
+    const std::string in = Write("data", data);
+    EXPECT_EQ(Outcome(Run({"pack", "-f", "-j", "1", in, dir.File("one.qz")})), kSuccess);
+    const std::string one = ReadWholeFile(dir.File("one.qz"));
+    for (const char* jobs : {"2", "3", "8"}) {
+      EXPECT_EQ(Outcome(Run({"pack", "--force", "--jobs", jobs, in, dir.File("many.qz")})), kSuccess);
+      EXPECT_TRUE(ReadWholeFile(dir.File("many.qz")) == one) << jobs << " threads";
+    }
+    // The default (a thread per processor) and standard output alike.
+    EXPECT_EQ(Run({"pack", "-", "-"}, in, dir.File("piped.qz")).status, 0);
+    EXPECT_TRUE(ReadWholeFile(dir.File("piped.qz")) == one);
+    EXPECT_EQ(Output({"unpack", "--force", dir.File("many.qz"), dir.File("back")}), "");
+    EXPECT_TRUE(ReadWholeFile(dir.File("back")) == data);
+  }
+  EXPECT_EQ(Run({"pack", "-j", "0", dir.File("data"), dir.File("none.qz")}).status, 2);
+}
+
 TEST_F(CompressedCommandsTest, CatAtRandomOffsetsGivesTheOriginalBytes) {
   const std::string data = SampleData(5 * kBlock + 777, 14);
   const std::string packed = Packed("data", data);

@@ -10,7 +10,8 @@
 namespace qor {
 
 // Block-compressed files.
-bool Pack(const std::string& in, const std::string& out, bool replace);
+// jobs: threads compressing blocks (1: the writing thread alone).
+bool Pack(const std::string& in, const std::string& out, bool replace, int jobs);
 bool Unpack(const std::string& in, const std::string& out, bool replace);
 // length < 0: up to the end.
 bool Cat(const std::string& file, long long offset, long long length);

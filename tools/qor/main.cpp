@@ -4,6 +4,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "commands.h"
@@ -34,6 +35,13 @@ CLI::App* AddForce(CLI::App* command, bool* replace) {
   return command;
 }
 
+// One compressing thread per processor, as far as the library takes them.
+int DefaultJobs() {
+  const unsigned int processors = std::thread::hardware_concurrency();
+  if (processors == 0) return 1;
+  return processors > 64 ? 64 : static_cast<int>(processors);
+}
+
 int Run(int argc, char** argv) {
   CLI::App app{"Works with the files and services of the qorc library.", "qor"};
   app.set_version_flag("--version", "qor " QOR_VERSION " (qorc library " QOR_VERSION ")");
@@ -56,6 +64,10 @@ int Run(int argc, char** argv) {
   pack->add_option("IN", in, "File to compress (- for standard input)")->required();
   pack->add_option("OUT", out, "Compressed file to write (- for standard output)")->required();
   AddForce(pack, &replace);
+  int jobs = DefaultJobs();
+  pack->add_option("-j,--jobs", jobs, "Threads compressing blocks (the file is the same for every count)")
+      ->capture_default_str()
+      ->check(CLI::Range(1, 64));
 
   CLI::App* unpack = app.add_subcommand("unpack", "Decompress a compressed file, checking every block");
   unpack->add_option("IN", in, "Compressed file (- for standard input)")->required();
@@ -200,7 +212,7 @@ int Run(int argc, char** argv) {
   if (*crc) return qor::PrintChecksums(qor::Checksum::kCrc32, files);
   if (*adler) return qor::PrintChecksums(qor::Checksum::kAdler32, files);
   bool done = false;
-  if (*pack) done = qor::Pack(in, out, replace);
+  if (*pack) done = qor::Pack(in, out, replace, jobs);
   if (*unpack) done = qor::Unpack(in, out, replace);
   if (*cat) done = qor::Cat(file, offset, length);
   if (*info) done = qor::Info(file, listBlocks);
