@@ -2,11 +2,20 @@
 // (Open, SetEntry, three reads, Close) per second, against the same rows
 // written and read through SQLite directly: the same schema, journal and
 // synchronous settings, with prepared statements and the key's id known in
-// advance. Entries cycle over 1000 names of one key. Ratios are printed after
-// the runs.
+// advance. The same for a store in PostgreSQL, on a server of the bench's own
+// (a Unix socket), against raw libpq: prepared statements with binary
+// parameters, one round trip each, the key's id known. Entries cycle over
+// 1000 names of one key. Ratios are printed after the runs.
+//
+// Before them, the peak resident memory of a fresh process that imports a
+// .reg file of about 50 MB (689,500 values under both roots, as the registry
+// editor writes them: UTF-16 with a mark, CR LF) into two new stores, against
+// the file's size (target: at most twice the file).
 #include <benchmark/benchmark.h>
+#include <libpq-fe.h>
 #include <qorc/qorc.h>
 #include <sqlite3.h>
+#include <sys/resource.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -15,6 +24,8 @@
 #include <map>
 #include <string>
 #include <vector>
+
+#include "support/postgres_server.h"
 
 namespace {
 
@@ -71,7 +82,31 @@ void BM_RegkeyWriteEntry(benchmark::State& state) {
 }
 BENCHMARK(BM_RegkeyWriteEntry);
 
+// Stores every entry through the library once, so that reads find them
+// whichever benchmarks run.
+bool FillLibraryStore() {
+  static bool filled = false;
+  if (filled) return true;
+  C_REGKEY key;
+  key.Open(g_store, kKey, C_REGKEY::WRITE, true);
+  key.Close();
+  for (int i = 0; i < kNames && !C_ERROR::Is(); ++i) {
+    key.Open(g_store, kKey, C_REGKEY::WRITE, false);
+    key.SetEntry(g_names[i]);
+    key.Write(i);
+    key.Write(0.5 * i);
+    key.Write(kText);
+    key.Close();
+  }
+  filled = !C_ERROR::Is();
+  return filled;
+}
+
 void BM_RegkeyReadEntry(benchmark::State& state) {
+  if (!FillLibraryStore()) {
+    state.SkipWithError("settings could not be stored");
+    return;
+  }
   int i = 0;
   long long sum = 0;
   for (auto _ : state) {
@@ -104,28 +139,49 @@ struct Direct {
 };
 Direct g_direct;
 
+// Stores the entry of name i % kNames directly, as the library lays it out.
+bool WriteDirect(int i) {
+  static const std::u16string text(kText.GetWCHAR(), kText.GetNumber());
+  const std::string data = FieldBytes(i, 0.5 * i, text);
+  sqlite3_stmt* s = g_direct.upsert;
+  sqlite3_bind_int64(s, 1, g_direct.key);
+  sqlite3_bind_blob(s, 2, g_direct.names[i % kNames].data(), static_cast<int>(g_direct.names[i % kNames].size()),
+                    SQLITE_STATIC);
+  sqlite3_bind_blob(s, 3, g_direct.folds[i % kNames].data(), static_cast<int>(g_direct.folds[i % kNames].size()),
+                    SQLITE_STATIC);
+  sqlite3_bind_int(s, 4, 3);
+  sqlite3_bind_blob(s, 5, data.data(), static_cast<int>(data.size()), SQLITE_TRANSIENT);
+  const bool done = sqlite3_step(s) == SQLITE_DONE;
+  sqlite3_reset(s);
+  return done;
+}
+
 void BM_SqliteWriteEntry(benchmark::State& state) {
-  const std::u16string text(kText.GetWCHAR(), kText.GetNumber());
   int i = 0;
   for (auto _ : state) {
-    const std::string data = FieldBytes(i, 0.5 * i, text);
-    sqlite3_stmt* s = g_direct.upsert;
-    sqlite3_bind_int64(s, 1, g_direct.key);
-    sqlite3_bind_blob(s, 2, g_direct.names[i % kNames].data(), static_cast<int>(g_direct.names[i % kNames].size()),
-                      SQLITE_STATIC);
-    sqlite3_bind_blob(s, 3, g_direct.folds[i % kNames].data(), static_cast<int>(g_direct.folds[i % kNames].size()),
-                      SQLITE_STATIC);
-    sqlite3_bind_int(s, 4, 3);
-    sqlite3_bind_blob(s, 5, data.data(), static_cast<int>(data.size()), SQLITE_TRANSIENT);
-    if (sqlite3_step(s) != SQLITE_DONE) state.SkipWithError("sqlite write failed");
-    sqlite3_reset(s);
+    if (!WriteDirect(i)) state.SkipWithError("sqlite write failed");
     ++i;
   }
   state.SetItemsProcessed(state.iterations());
 }
 BENCHMARK(BM_SqliteWriteEntry);
 
+// Stores every row directly once, so that reads find them whichever
+// benchmarks run.
+bool FillDirectStore() {
+  static bool filled = false;
+  for (int i = 0; i < kNames && !filled; ++i) {
+    if (!WriteDirect(i)) return false;
+  }
+  filled = true;
+  return true;
+}
+
 void BM_SqliteReadEntry(benchmark::State& state) {
+  if (!FillDirectStore()) {
+    state.SkipWithError("sqlite rows could not be stored");
+    return;
+  }
   int i = 0;
   long long sum = 0;
   for (auto _ : state) {
@@ -181,6 +237,166 @@ bool PrepareDirect(const std::string& path) {
              SQLITE_OK;
 }
 
+// PostgreSQL: the library's store, and the same rows through libpq directly,
+// in a database of their own.
+C_REGKEY::HANDLE g_pgStore = nullptr;
+struct DirectPostgres {
+  PGconn* conn = nullptr;
+  long long key = 0;
+  std::vector<std::string> names, folds;
+};
+DirectPostgres g_pg;
+
+void BM_RegkeyWriteEntryPostgres(benchmark::State& state) {
+  if (g_pgStore == nullptr) return state.SkipWithError("no PostgreSQL server");
+  int i = 0;
+  for (auto _ : state) {
+    C_REGKEY key;
+    key.Open(g_pgStore, kKey, C_REGKEY::WRITE, false);
+    key.SetEntry(g_names[i % kNames]);
+    key.Write(i);
+    key.Write(0.5 * i);
+    key.Write(kText);
+    key.Close();
+    ++i;
+  }
+  if (C_ERROR::Is()) state.SkipWithError("settings write failed");
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_RegkeyWriteEntryPostgres)->UseRealTime();
+
+void BM_RegkeyReadEntryPostgres(benchmark::State& state) {
+  if (g_pgStore == nullptr) return state.SkipWithError("no PostgreSQL server");
+  // The entries it reads, stored first.
+  C_REGKEY filled;
+  filled.Open(g_pgStore, kKey, C_REGKEY::WRITE, false);
+  for (int i = 0; i < kNames && !C_ERROR::Is(); ++i) {
+    filled.SetEntry(g_names[i]);
+    filled.Write(i);
+    filled.Write(0.5 * i);
+    filled.Write(kText);
+  }
+  filled.Close();
+  int i = 0;
+  long long sum = 0;
+  for (auto _ : state) {
+    C_REGKEY key;
+    key.Open(g_pgStore, kKey, C_REGKEY::READ, false);
+    key.SetEntry(g_names[i % kNames]);
+    int number = 0;
+    double real = 0;
+    C_STRING text;
+    key.Read(&number);
+    key.Read(&real);
+    key.Read(&text);
+    key.Close();
+    sum += number + text.GetNumber();
+    ++i;
+  }
+  benchmark::DoNotOptimize(sum);
+  if (C_ERROR::Is()) state.SkipWithError("settings read failed");
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_RegkeyReadEntryPostgres)->UseRealTime();
+
+std::string BigEndian64(long long value) {
+  std::string bytes(8, '\0');
+  for (int i = 0; i < 8; ++i) bytes[i] = static_cast<char>(static_cast<unsigned long long>(value) >> (56 - 8 * i));
+  return bytes;
+}
+
+bool DirectPostgresWrite(int i) {
+  const std::u16string text(kText.GetWCHAR(), kText.GetNumber());
+  const std::string key = BigEndian64(g_pg.key), type = BigEndian64(3);
+  const std::string data = FieldBytes(i, 0.5 * i, text);
+  const std::string& name = g_pg.names[i % kNames];
+  const std::string& fold = g_pg.folds[i % kNames];
+  const char* values[] = {key.data(), name.data(), fold.data(), type.data(), data.data()};
+  const int lengths[] = {8, static_cast<int>(name.size()), static_cast<int>(fold.size()), 8,
+                         static_cast<int>(data.size())};
+  const int formats[] = {1, 1, 1, 1, 1};
+  PGresult* result = PQexecPrepared(g_pg.conn, "upsert", 5, values, lengths, formats, 1);
+  const bool ok = PQresultStatus(result) == PGRES_COMMAND_OK;
+  PQclear(result);
+  return ok;
+}
+
+void BM_LibpqWriteEntry(benchmark::State& state) {
+  if (g_pg.conn == nullptr) return state.SkipWithError("no PostgreSQL server");
+  int i = 0;
+  for (auto _ : state) {
+    if (!DirectPostgresWrite(i)) state.SkipWithError("libpq write failed");
+    ++i;
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_LibpqWriteEntry)->UseRealTime();
+
+void BM_LibpqReadEntry(benchmark::State& state) {
+  if (g_pg.conn == nullptr) return state.SkipWithError("no PostgreSQL server");
+  for (int i = 0; i < kNames; ++i) {  // the rows it reads, stored first
+    if (!DirectPostgresWrite(i)) return state.SkipWithError("libpq write failed");
+  }
+  const std::string key = BigEndian64(g_pg.key);
+  int i = 0;
+  long long sum = 0;
+  for (auto _ : state) {
+    const std::string& fold = g_pg.folds[i % kNames];
+    const char* values[] = {key.data(), fold.data()};
+    const int lengths[] = {8, static_cast<int>(fold.size())};
+    const int formats[] = {1, 1};
+    PGresult* result = PQexecPrepared(g_pg.conn, "select", 2, values, lengths, formats, 1);
+    if (PQresultStatus(result) == PGRES_TUPLES_OK && PQntuples(result) == 1) {
+      const unsigned char* data = reinterpret_cast<const unsigned char*>(PQgetvalue(result, 0, 0));
+      int number = 0;
+      double real = 0;
+      unsigned count = 0;
+      std::memcpy(&number, data, 4);
+      std::memcpy(&real, data + 4, 8);
+      std::memcpy(&count, data + 12, 4);
+      const std::u16string text(reinterpret_cast<const char16_t*>(data + 16), count);
+      sum += number + static_cast<long long>(text.size());
+    } else {
+      state.SkipWithError("libpq read failed");
+    }
+    PQclear(result);
+    ++i;
+  }
+  benchmark::DoNotOptimize(sum);
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_LibpqReadEntry)->UseRealTime();
+
+// Both databases start with every entry present, so that reads find them.
+bool PreparePostgres(PostgresServer* server) {
+  const std::string library = server->NewStoreUri(), direct = server->NewStoreUri();
+  g_pgStore = C_REGKEY::OpenStore(C_STRING(library.c_str()));
+  const C_REGKEY::HANDLE directStore = C_REGKEY::OpenStore(C_STRING(direct.c_str()));
+  if (g_pgStore == nullptr || directStore == nullptr) return false;
+  for (const C_REGKEY::HANDLE store : {g_pgStore, directStore}) {
+    C_REGKEY key;
+    key.Open(store, kKey, C_REGKEY::WRITE, true);
+    key.Close();
+  }
+  g_pg.conn = PQconnectdb(direct.c_str());
+  if (PQstatus(g_pg.conn) != CONNECTION_OK) return false;
+  g_pg.key = std::atoll(server->Query(direct, "SELECT max(id) FROM qorc_settings.keys").c_str());
+  for (const C_STRING& name : g_names) {
+    g_pg.names.push_back(NameBytes(name));
+    g_pg.folds.push_back(FoldBytes(name));
+  }
+  PGresult* upsert = PQprepare(g_pg.conn, "upsert",
+                               "INSERT INTO qorc_settings.entries(key, name, fold, type, data) VALUES ($1, $2, $3, $4, "
+                               "$5) ON CONFLICT (key, fold) DO UPDATE SET type = excluded.type, data = excluded.data",
+                               5, nullptr);
+  PGresult* select =
+      PQprepare(g_pg.conn, "select", "SELECT data FROM qorc_settings.entries WHERE key = $1 AND fold = $2", 2, nullptr);
+  const bool prepared = PQresultStatus(upsert) == PGRES_COMMAND_OK && PQresultStatus(select) == PGRES_COMMAND_OK;
+  PQclear(upsert);
+  PQclear(select);
+  return prepared && !C_ERROR::Is();
+}
+
 class RatioReporter : public benchmark::ConsoleReporter {
  public:
   void ReportRuns(const std::vector<Run>& runs) override {
@@ -200,9 +416,73 @@ class RatioReporter : public benchmark::ConsoleReporter {
   std::map<std::string, std::pair<double, double>> times_;
 };
 
+// A .reg file of `values` entries, fifty to a key, the keys alternating
+// between the two roots; a third of the entries are dword:, the others text.
+void WriteRegFile(const std::string& path, int values) {
+  std::u16string text = u"Windows Registry Editor Version 5.00\r\n\r\n";
+  std::FILE* out = std::fopen(path.c_str(), "wb");
+  if (out == nullptr) return;
+  std::fwrite("\xFF\xFE", 1, 2, out);
+  char line[128];
+  for (int n = 0, key = 0; n < values; ++key) {
+    std::snprintf(line, sizeof line, "[%s\\Software\\Bench\\Group%03d\\Key%05d]\r\n",
+                  key % 2 == 0 ? "HKEY_CURRENT_USER" : "HKEY_LOCAL_MACHINE", key % 100, key);
+    text.append(line, line + std::strlen(line));
+    for (int i = 0; i < 50 && n < values; ++i, ++n) {
+      if (i % 3 == 0) {
+        std::snprintf(line, sizeof line, "\"Value%02d\"=dword:%08x\r\n", i, n);
+      } else {
+        std::snprintf(line, sizeof line, "\"Value%02d\"=\"setting %07d of the bench\"\r\n", i, n);
+      }
+      text.append(line, line + std::strlen(line));
+    }
+    text += u"\r\n";
+    if (text.size() > (1u << 20) || n >= values) {
+      std::fwrite(text.data(), 2, text.size(), out);  // UTF-16 LE on this platform
+      text.clear();
+    }
+  }
+  std::fclose(out);
+}
+
+// Imports the file into new stores of the two roots and prints the peak
+// resident memory of this (fresh) process in KiB, or -1 when the import fails.
+int ImportAndReportPeak(const char* file, const char* user, const char* machine) {
+  Copen();
+  C_REGKEY::InitUser(C_REGKEY::OpenStore(C_STRING(user)));
+  C_REGKEY::InitMachine(C_REGKEY::OpenStore(C_STRING(machine)));
+  CregkeyImport(C_STRING(file));
+  struct rusage usage;
+  getrusage(RUSAGE_SELF, &usage);
+  std::printf("%ld\n", C_ERROR::Is() ? -1L : usage.ru_maxrss);
+  Cclose();
+  return 0;
+}
+
+void ReportImportPeak() {
+  constexpr int kValues = 689500;
+  const std::string file = g_dir + "/import.reg";
+  WriteRegFile(file, kValues);
+  const std::string command = std::filesystem::read_symlink("/proc/self/exe").string() + " --import-peak " + file +
+                              " " + g_dir + "/import-user.sqlite " + g_dir + "/import-machine.sqlite";
+  long kib = -1;
+  if (std::FILE* child = popen(command.c_str(), "r")) {
+    if (std::fscanf(child, "%ld", &kib) != 1) kib = -1;
+    pclose(child);
+  }
+  const double fileKib = std::filesystem::file_size(file) / 1024.0;
+  std::printf("Peak resident memory importing a .reg file of %d values (%.1f MiB) into two stores:\n", kValues,
+              fileKib / 1024);
+  std::printf("  %ld KiB, %.2fx the file (target: at most 2x)\n\n", kib, kib / fileKib);
+  for (const char* name : {"/import.reg", "/import-user.sqlite", "/import-machine.sqlite"}) {
+    std::filesystem::remove(g_dir + name);
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  if (argc == 5 && std::strcmp(argv[1], "--import-peak") == 0) return ImportAndReportPeak(argv[2], argv[3], argv[4]);
   Copen();
   std::string pattern = (std::filesystem::temp_directory_path() / "qorc-bench-XXXXXX").string();
   if (mkdtemp(pattern.data()) == nullptr) return 1;
@@ -210,17 +490,20 @@ int main(int argc, char** argv) {
   for (int i = 0; i < kNames; ++i) g_names.push_back(C_STRING(i, C_STRING(u"Setting%04d")));
   g_store = C_REGKEY::OpenStore(C_STRING((g_dir + "/library.sqlite").c_str()));
   if (g_store == nullptr || !PrepareDirect(g_dir + "/direct.sqlite")) return 1;
-  // Both stores start with every entry present, so that reads find them.
+  // The key exists from the start; each benchmark stores the entries it reads.
   C_REGKEY key;
   key.Open(g_store, kKey, C_REGKEY::WRITE, true);
   key.Close();
-  for (int i = 0; i < kNames; ++i) {
-    key.Open(g_store, kKey, C_REGKEY::WRITE, false);
-    key.SetEntry(g_names[i]);
-    key.Write(i);
-    key.Write(0.5 * i);
-    key.Write(kText);
-    key.Close();
+
+  ReportImportPeak();
+
+  std::string why;
+  PostgresServer* server = PostgresServer::Shared(&why);
+  if (server == nullptr) {
+    std::printf("PostgreSQL benchmarks skipped: %s\n", why.c_str());
+  } else if (!PreparePostgres(server)) {
+    std::printf("PostgreSQL benchmarks skipped: the stores could not be prepared\n");
+    g_pgStore = nullptr;
   }
 
   benchmark::Initialize(&argc, argv);
@@ -229,10 +512,19 @@ int main(int argc, char** argv) {
   std::printf("\nLibrary against SQLite directly (target: at most 1.5x the time):\n");
   reporter.PrintRatio("write: Open+SetEntry+3 fields+Close", "BM_RegkeyWriteEntry", "BM_SqliteWriteEntry");
   reporter.PrintRatio("read: Open+SetEntry+3 reads+Close", "BM_RegkeyReadEntry", "BM_SqliteReadEntry");
+  std::printf("\nLibrary's PostgreSQL store against raw libpq (target: at most 1.5x the time):\n");
+  reporter.PrintRatio("write: Open+SetEntry+3 fields+Close", "BM_RegkeyWriteEntryPostgres/real_time",
+                      "BM_LibpqWriteEntry/real_time");
+  reporter.PrintRatio("read: Open+SetEntry+3 reads+Close", "BM_RegkeyReadEntryPostgres/real_time",
+                      "BM_LibpqReadEntry/real_time");
+  std::printf("\nPostgreSQL store against the SQLite store:\n");
+  reporter.PrintRatio("write", "BM_RegkeyWriteEntryPostgres/real_time", "BM_RegkeyWriteEntry");
+  reporter.PrintRatio("read", "BM_RegkeyReadEntryPostgres/real_time", "BM_RegkeyReadEntry");
   benchmark::Shutdown();
   sqlite3_finalize(g_direct.upsert);
   sqlite3_finalize(g_direct.select);
   sqlite3_close(g_direct.db);
+  PQfinish(g_pg.conn);
   std::filesystem::remove_all(g_dir);
   Cclose();
   return 0;

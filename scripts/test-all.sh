@@ -1,13 +1,15 @@
 #!/usr/bin/env bash
 # Sets up a fresh Debian machine, then builds and runs every test: the Linux
-# presets (the release build and the sanitizer build), then the Windows build
-# (MinGW-w64, every test program under Wine; its interchange test runs the
-# Linux build's programs beside the Windows ones, so it comes last).
+# presets (the release build, the sanitizer build, then the file and tool
+# tests under ThreadSanitizer, since compressed files are written by worker
+# threads), then the Windows build (MinGW-w64, every test program under Wine;
+# its interchange test runs the Linux build's programs beside the Windows
+# ones, so it comes after them).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup-debian.sh
 jobs=$(nproc)
-for preset in default asan windows; do
+for preset in default asan tsan windows; do
   echo "== preset $preset"
   cmake --preset "$preset"
   cmake --build --preset "$preset" -j "$jobs"

@@ -1,4 +1,5 @@
-// The whole public interface of qorc.
+/// @file
+/// The whole public interface of qorc.
 #ifndef QORC_QORC_H
 #define QORC_QORC_H
 

@@ -145,11 +145,22 @@ void C_REGKEY::InitMachine(HANDLE handle) {
 }
 
 C_REGKEY::HANDLE C_REGKEY::OpenStore(const C_STRING& path) {
-  C_STRING expanded(path);
-  C_FILE::ExpandPath(&expanded);
-  HANDLE top = store::OpenSettingsStore(expanded.GetWCHAR());
-  if (top == nullptr) CerrFileCannotOpen.TriggerMild(&expanded);
-  return top;
+  C_STRING name(path);
+  if (store::SettingsStoreIsFile(name.GetWCHAR())) C_FILE::ExpandPath(&name);
+  HANDLE top = store::OpenSettingsStore(name.GetWCHAR());
+  if (top != nullptr) return top;
+  const C_STRING shown = ShownStoreName(name);
+  CerrFileCannotOpen.TriggerMild(&shown);
+  return nullptr;
+}
+
+C_STRING C_REGKEY::ShownStoreName(const C_STRING& store) {
+  try {
+    return qorc::FromUnits(store::SettingsStoreShownName(qorc::Units(store)));
+  } catch (const std::bad_alloc&) {
+    CerrMemoryFull.Trigger();
+    return C_STRING::VOID;
+  }
 }
 
 C_STRING C_REGKEY::DefaultStorePath(const C_REGKEY* root) {

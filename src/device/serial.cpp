@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "device/serial_rules.h"
 #include "foundation/library.h"
 #include "platform/serial_line.h"
 
@@ -29,6 +30,23 @@ constexpr int kPause = 19;
 char16_t g_line[C_SERIAL::LINE_LIMIT + 1];
 
 }  // namespace
+
+namespace qorc {
+
+unsigned ForgivenSerialSettings(bool isVirtual) {
+  // No parity bit travels on a virtual line, so its driver drops the parity
+  // it is given; the line works as asked in every other respect, as a
+  // virtual COM port opens on Windows. A real port is held to every setting.
+  return isVirtual ? platform::kSerialParity : 0u;
+}
+
+platform::SerialSetup JudgeSerialOutcome(const platform::SerialOutcome& outcome) {
+  if (outcome.setup != platform::SerialSetup::Done) return outcome.setup;
+  const unsigned refused = outcome.untaken & ~ForgivenSerialSettings(outcome.isVirtual);
+  return refused == 0 ? platform::SerialSetup::Done : platform::SerialSetup::CannotSetState;
+}
+
+}  // namespace qorc
 
 C_SERIAL::C_SERIAL() : handle_(kClosed), port_(u"COM1"), baud_(BAUD_9600), parity_(PARITY_NONE), stop_(STOP_1) {}
 
@@ -64,7 +82,8 @@ void C_SERIAL::Open() {
     CerrSerialCannotOpen.Trigger(&port_);
     return;
   }
-  const platform::SerialSetup setup = platform::ConfigureSerialLine(handle_, baud_, parity_, stop_);
+  const platform::SerialSetup setup =
+      qorc::JudgeSerialOutcome(platform::ConfigureSerialLine(handle_, baud_, parity_, stop_));
   if (setup != platform::SerialSetup::Done) {
     const C_ERROR& error =
         setup == platform::SerialSetup::CannotGetState ? CerrSerialCannotGetState : CerrSerialCannotSetState;

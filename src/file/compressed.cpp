@@ -10,11 +10,17 @@
 // can position itself by a table of the blocks built on demand; writing
 // appends. A file opened in place for writing gets its magic and its block
 // buffer when it is opened, so it is a valid (empty) compressed file at once.
+//
+// While CfileCompressThreads is above 1, the blocks of a file being written
+// (in place, or from its temporary file at close) are compressed by worker
+// threads and written in the order they were made, and a flush waits for the
+// blocks in flight: the file is byte for byte the one written without them.
 #include <qorc/file.h>
-#include <zlib.h>
 
 #include <cstring>
 
+#include "file/block_compressor.h"
+#include "file/block_deflate.h"
 #include "file/block_inflate.h"
 #include "file/file_internal.h"
 #include "foundation/library.h"
@@ -106,24 +112,115 @@ void C_FILE::ReportShortRecord() const {
 void C_FILE::WriteCompressBlock(void* scratch) {
   // An empty block is never written.
   if (cursor_ == 0) return;
+  if (StartCompressWorkers()) {
+    HandBlockToWorkers();
+  } else {
+    CompressAndWriteBlock(scratch);
+  }
+}
+
+bool C_FILE::CompressAndWriteBlock(void* scratch) {
+  if (cursor_ == 0) return true;
   Scratch work(scratch);
   unsigned char* area = work.Get();
-  if (area == nullptr) return;
-  uLongf packed = COMPRESS_SCRATCH_SIZE;
-  if (compress(area, &packed, block_, cursor_) != Z_OK) {
+  if (area == nullptr) return false;
+  unsigned int packed = 0;
+  if (!qorc::file::ThreadDeflater().Compress(block_, cursor_, area, COMPRESS_SCRATCH_SIZE, &packed)) {
     CerrFileCannotCompress.TriggerMild();
-    return;
+    return false;
   }
-  unsigned char header[8];
-  StoreLE32(cursor_, header);
-  StoreLE32(static_cast<unsigned int>(packed), header + 4);
-  if (std::fwrite(header, 1, sizeof header, stream_) != sizeof header ||
-      std::fwrite(area, 1, packed, stream_) != packed) {
-    ReportWriteFailure();
-    return;
-  }
+  if (!WriteBlockRecord(cursor_, area, packed)) return false;
   cursor_ = 0;
   ++currentBlock_;
+  return true;
+}
+
+bool C_FILE::WriteBlockRecord(unsigned int stored, const unsigned char* packed, unsigned int packedSize) {
+  unsigned char header[8];
+  StoreLE32(stored, header);
+  StoreLE32(packedSize, header + 4);
+  if (std::fwrite(header, 1, sizeof header, stream_) != sizeof header ||
+      std::fwrite(packed, 1, packedSize, stream_) != packedSize) {
+    ReportWriteFailure();
+    return false;
+  }
+  return true;
+}
+
+// Blocks compressed by workers ------------------------------------------------------
+
+// Workers start with the first block handed to them. When none can be
+// started the file goes on without them, compressing each block at once.
+bool C_FILE::StartCompressWorkers() {
+  if (compressor_ != nullptr) return true;
+  if (compressThreads_ <= 1) return false;
+  compressor_ = qorc::file::BlockCompressor::Start(compressThreads_).release();
+  if (compressor_ == nullptr) compressThreads_ = 1;
+  return compressor_ != nullptr;
+}
+
+// The blocks already compressed are written first. A block that cannot be
+// written keeps its place at the head and the buffered bytes stay where they
+// are, as when a block written at once fails: nothing is written after a
+// failed block, and nothing accepted is dropped.
+bool C_FILE::HandBlockToWorkers() {
+  if (!WriteCompressedBlocks(false)) return false;
+  qorc::file::CompressJob* job = compressor_->NextFree();
+  if (job == nullptr) {
+    // Every job is in flight: the oldest is waited for and written.
+    qorc::file::CompressJob* oldest = compressor_->Oldest(true);
+    if (!WriteCompressedJob(oldest)) return false;
+    compressor_->Release();
+    job = compressor_->NextFree();
+  }
+  std::memcpy(job->data.get(), block_, cursor_);
+  job->size = cursor_;
+  compressor_->Submit();
+  cursor_ = 0;
+  ++currentBlock_;
+  return true;
+}
+
+// Writes the blocks in flight whose compression is done, in order; with
+// `wait`, every block in flight. False at the first block that fails, with
+// its error pending.
+bool C_FILE::WriteCompressedBlocks(bool wait) {
+  while (qorc::file::CompressJob* job = compressor_->Oldest(wait)) {
+    if (!WriteCompressedJob(job)) return false;
+    compressor_->Release();
+  }
+  return true;
+}
+
+bool C_FILE::WriteCompressedJob(qorc::file::CompressJob* job) {
+  if (!job->compressed) {
+    // Compressed again here, as a block compressed at once is tried again
+    // by the next call that writes it.
+    qorc::file::BlockCompressor::Compress(job, &qorc::file::ThreadDeflater());
+    if (!job->compressed) {
+      CerrFileCannotCompress.TriggerMild();
+      return false;
+    }
+  }
+  return WriteBlockRecord(job->size, job->packed.get(), job->packedSize);
+}
+
+// Ends a block at the bytes buffered and writes every block in flight, so a
+// flush lands where it lands without workers. With nothing in flight the
+// block is compressed at once: flushing alone never starts a worker.
+void C_FILE::EndCompressBlock() {
+  if (compressor_ == nullptr || compressor_->InFlight() == 0) {
+    CompressAndWriteBlock(nullptr);
+    return;
+  }
+  if (cursor_ != 0 && !HandBlockToWorkers()) return;
+  WriteCompressedBlocks(true);
+}
+
+// Joins the workers; blocks still in flight (after a failure) are dropped.
+void C_FILE::StopCompressWorkers() {
+  delete compressor_;
+  compressor_ = nullptr;
 }
 
 // Reading and writing in place ---------------------------------------------------
@@ -420,6 +517,9 @@ void C_FILE::CompressFromTemp() {
         WriteCompressBlock(scratch);
         if (C_ERROR::Is()) break;
       }
+      // The blocks taken before a failure are written all the same, as
+      // they would have been one by one.
+      if (compressor_ != nullptr) WriteCompressedBlocks(true);
     }
     delete[] scratch;
   }

@@ -4,6 +4,7 @@
 
 #include <cstring>
 
+#include "file/block_compressor.h"
 #include "file/file_internal.h"
 #include "file/storage_stream.h"
 #include "foundation/library.h"
@@ -52,6 +53,7 @@ C_FILE::C_FILE(const C_STRING& path, int mode, TYPE type) : path_(path), pathExp
   if (type_ == COMPRESSED) {
     type_ = BINARY;
     compressed_ = true;
+    if (mode_ == WRITE) compressThreads_ = CfileCompressThreads;
   }
   if (mode_ == READ) {
     OpenForReading();
@@ -202,11 +204,13 @@ void C_FILE::Close() {
   }
   if (stream_ != nullptr && compressed_ && mode_ == WRITE) {
     if (IsDirectCompressed()) {
-      WriteCompressBlock(nullptr);
+      EndCompressBlock();
     } else if (viaTemp_) {
       CompressFromTemp();
     }
   }
+  // No worker outlives the file.
+  StopCompressWorkers();
   if (stream_ != nullptr) {
     // Buffered data reaches the disk here: a full disk shows now.
     const bool failed = std::fclose(stream_) != 0;
@@ -268,6 +272,8 @@ void C_FILE::SetCompressed(C_BOOL on) {
 long long C_FILE::GetSize() {
   if (RefusedOnStorage()) return 0;
   if (stream_ == nullptr) return 0;
+  // Blocks still with the workers count as written, as they would be without them.
+  if (compressor_ != nullptr) WriteCompressedBlocks(true);
   const long long length = qorc::platform::StreamLength(stream_);
   return length < 0 ? 0 : length;
 }
@@ -383,8 +389,8 @@ void C_FILE::Flush() {
   if (RefusedOnStorage()) return;
   if (stream_ == nullptr) return;
   if (IsDirectCompressed()) {
-    // The buffered bytes end a block early.
-    if (mode_ == WRITE) WriteCompressBlock(nullptr);
+    // The buffered bytes end a block early, after the blocks in flight.
+    if (mode_ == WRITE) EndCompressBlock();
     if (C_ERROR::Is()) return;
   } else if (viaTemp_) {
     // The position ends a block when the file is compressed at close.

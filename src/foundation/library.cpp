@@ -14,6 +14,7 @@
 C_BOOL CcharMBCS;
 C_BOOL CcharUnicode;
 C_BOOL CfileManageIndex;
+int CfileCompressThreads = 1;
 
 namespace qorc {
 namespace {

@@ -13,12 +13,16 @@ constexpr unsigned int kAdlerStart = 1;
 
 }  // namespace
 
-unsigned int CchecksumCRC(int size, const void* data) {
-  if (size <= 0 || data == nullptr) return kCrcStart;
-  return libdeflate_crc32(kCrcStart, data, static_cast<std::size_t>(size));
+// Each sum continues from the value of the bytes before, as zlib's do; a
+// null pointer asks for the initial value, as it does of zlib's.
+unsigned int CchecksumCRC(int size, const void* data, unsigned int start) {
+  if (data == nullptr) return kCrcStart;
+  if (size <= 0) return start;
+  return libdeflate_crc32(start, data, static_cast<std::size_t>(size));
 }
 
-unsigned int CchecksumAdler(int size, const void* data) {
-  if (size <= 0 || data == nullptr) return kAdlerStart;
-  return libdeflate_adler32(kAdlerStart, data, static_cast<std::size_t>(size));
+unsigned int CchecksumAdler(int size, const void* data, unsigned int start) {
+  if (data == nullptr) return kAdlerStart;
+  if (size <= 0) return start;
+  return libdeflate_adler32(start, data, static_cast<std::size_t>(size));
 }

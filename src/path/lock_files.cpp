@@ -141,6 +141,13 @@ void RemoveEntries(const C_STRING& lockPath, int count, const C_STRING* removed)
   LockFileGuard guard(lockPath, GuardMode::Exclusive, false);
   // Removed by another process meanwhile: nothing left to remove.
   if (guard.FileIsGone()) return;
+  // A read-only lock file is neither rewritten nor removed: the rewrite would
+  // end by removing or replacing it, which the attribute forbids.
+  if (C_FILE::IsReadOnly(lockPath)) {
+    CerrFileReadOnly.TriggerMild(&lockPath);
+    C_ERROR::ReportPending();
+    return;
+  }
   RewriteWithout(lockPath, workPath, count, removed);
 }
 

@@ -35,7 +35,8 @@ GuardResult AcquireFileGuard(const char16_t* path, GuardMode mode, bool create, 
 void ReleaseFileGuard(FileGuardHandle handle);
 
 // Replaces `to` by `from` in one step: at every moment `to` names either the
-// old or the new file. False when it cannot be done.
+// old or the new file. False when it cannot be done, and when `to` is
+// read-only.
 bool ReplaceFile(const char16_t* from, const char16_t* to);
 
 }  // namespace qorc::platform

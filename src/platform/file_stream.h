@@ -10,7 +10,9 @@ namespace qorc::platform {
 
 // Opens a stream on a path in library form with a C runtime mode string
 // ("rb", "r", "r+", "rb+", "w+", "wb+", "wb"). Binary and text modes are the
-// same stream here: text conventions are the library's own. Null on failure.
+// same stream here: text conventions are the library's own. A read-only file
+// (no write permission) is not opened for writing, whoever asks. Null on
+// failure.
 std::FILE* OpenStream(const char16_t* path, const char* mode);
 // The same with a path in the given code page (the narrow file-name form).
 std::FILE* OpenStreamNarrow(const char* path, int codePage, const char* mode);

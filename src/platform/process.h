@@ -13,7 +13,14 @@ bool ComputerName(std::u16string* out);
 // The login name of the user the process acts for (its effective user).
 // False when that user has no name.
 bool UserName(std::u16string* out);
+// The calling process's id; in a child made by fork, the child's own. Cheap
+// enough to ask at every operation.
 unsigned long CurrentProcessId();
+
+// Has `prepare` called in the calling process just before each fork, so that
+// it can put down what a child must not inherit. Never called where
+// processes are not forked.
+void CallBeforeEachFork(void (*prepare)());
 
 enum class ProcessState {
   // Running (not a zombie) and acting for the named user.

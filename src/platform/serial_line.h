@@ -22,15 +22,36 @@ constexpr SerialLine kNoSerialLine = -1;
 SerialLine OpenSerialLine(const char16_t* name);
 void CloseSerialLine(SerialLine line);
 
-// What became of the line settings.
+// Whether the device took the line settings: Done, or the request itself was
+// refused.
 enum class SerialSetup { Done, CannotGetState, CannotSetState };
+
+// The settings a driver may leave untaken while it accepts the request, as
+// bits of SerialOutcome::untaken.
+constexpr unsigned kSerialRate = 1u << 0;
+constexpr unsigned kSerialDataBits = 1u << 1;
+constexpr unsigned kSerialParity = 1u << 2;
+constexpr unsigned kSerialStopBits = 1u << 3;
+constexpr unsigned kSerialFlowControl = 1u << 4;
+
+struct SerialOutcome {
+  SerialSetup setup = SerialSetup::CannotGetState;
+  // What the line shows otherwise than asked once the request was accepted:
+  // drivers take what they can and stay silent about the rest.
+  unsigned untaken = 0;
+  // A virtual line (a pseudo-terminal, a virtual COM port) has no
+  // transmitter of its own: no parity bit travels on it.
+  bool isVirtual = false;
+};
 
 // Raw 8-bit line at `baud` bits per second, parity by code (0 none, 1 odd,
 // 2 even, 3 mark, 4 space), stop bits by code (0 one, 1 one and a half,
 // 2 two), no CTS/DSR output flow control, DTR and RTS raised, XON/XOFF flow
-// control in both directions. A setting the device does not take is
-// CannotSetState.
-SerialSetup ConfigureSerialLine(SerialLine line, unsigned int baud, int parity, int stop);
+// control in both directions. A code or rate the line cannot express, or a
+// request the device refuses, is CannotSetState; settings that it accepts
+// but does not apply are told in `untaken`, and are left for the caller to
+// judge.
+SerialOutcome ConfigureSerialLine(SerialLine line, unsigned int baud, int parity, int stop);
 
 // Writes every byte; false when the device fails or accepts nothing for a
 // long while (a line held by XOFF that never resumes).

@@ -1,5 +1,6 @@
 // The seam's settings store: hierarchical keys holding typed entries, kept in
-// store files that several processes may use at once. Names are UTF-16, kept
+// store files that several processes may use at once, or in a PostgreSQL
+// database that several machines share. Names are UTF-16, kept
 // with their case and compared without it (each unit upper-cased). Subkeys
 // come in the order of their names so compared; entries in the order they
 // were first stored. A write is all or nothing: a process that dies while
@@ -25,10 +26,18 @@ constexpr unsigned kSettingsEnumerate = 0x0008;
 
 enum class SettingsResult { Ok, NotFound, Denied, Failed };
 
-// Opens or creates the store file (library path, expanded) and returns its
-// top key, which has every right and lives until CloseAllSettingsStores. A
-// file opened a second time gives the same top key. Null on failure. A file
-// without write permission is opened for reading only, for every user.
+// Whether a store name is a file path (in library form, to be expanded
+// through the roots before it is opened); false for a "postgresql://" or
+// "postgres://" connection URI.
+bool SettingsStoreIsFile(const char16_t* name);
+// The store name as messages may show it: a URI without its password.
+std::u16string SettingsStoreShownName(const std::u16string& name);
+
+// Opens or creates the store file (library path, expanded), or the store in
+// the database of a connection URI, and returns its top key, which has every
+// right and lives until CloseAllSettingsStores. A store opened a second time
+// gives the same top key. Null on failure. A file without write permission is
+// opened for reading only, for every user.
 SettingsKey* OpenSettingsStore(const char16_t* path);
 // Closes every store and every handle still open on them.
 void CloseAllSettingsStores();

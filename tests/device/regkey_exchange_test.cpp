@@ -1,6 +1,6 @@
 #include <tuple>
 
-#include "device/regkey_test_util.h"
+#include "device/settings_store_fixture.h"
 
 namespace {
 
@@ -11,23 +11,25 @@ std::string Utf16(const std::u16string& text) {
 }
 std::string RegBytes(const std::u16string& text) { return "\xFF\xFE" + Utf16(text); }
 
-// Every entry of a store, by key name, entry name, type and data, sorted, one per line.
-std::string AllEntries(const std::string& database) {
-  return Sql(database,
-             "SELECT group_concat(row || char(10), '') FROM (SELECT hex(k.name) || '|' || hex(e.name) || '|' || "
-             "e.type || '|' || hex(e.data) AS row FROM entries e JOIN keys k ON k.id = e.key ORDER BY row)");
-}
-
-class RegkeyExchangeTest : public testing::Test {
+// Both suites run against every kind of store, each test with two stores of its kind.
+class RegkeyExchangeTest : public testing::TestWithParam<StoreKind> {
  protected:
+  void SetUp() override {
+    MAKE_STORE_OR_SKIP(firstStore, GetParam(), dir, "first.sqlite");
+    MAKE_STORE_OR_SKIP(secondStore, GetParam(), dir, "second.sqlite");
+  }
   TempDir dir;
-  const std::string first = dir.File("first.sqlite");
-  const std::string second = dir.File("second.sqlite");
+  StoreUnderTest firstStore, secondStore;
+  const StoreUnderTest& first = firstStore;
+  const StoreUnderTest& second = secondStore;
 
-  void OpenExchange(const std::string& database, C_REGKEY* key, C_REGKEY::MODE mode = C_REGKEY::READ_WRITE) {
-    key->Open(C_REGKEY::OpenStore(LibraryPath(database)), u"Software\\Exchange", mode, true);
+  void OpenExchange(const StoreUnderTest& store, C_REGKEY* key, C_REGKEY::MODE mode = C_REGKEY::READ_WRITE) {
+    key->Open(store.Open(), u"Software\\Exchange", mode, true);
   }
 };
+
+INSTANTIATE_TEST_SUITE_P(Stores, RegkeyExchangeTest, testing::Values(StoreKind::Sqlite, StoreKind::Postgres),
+                         StoreKindName);
 
 const char16_t kForeignFile[] =
     u"Windows Registry Editor Version 5.00\r\n\r\n"
@@ -43,7 +45,7 @@ const char16_t kForeignFile[] =
     u"\"x\" = \"y \\\"quoted\\\" \\\\ back\"\r\n\r\n"
     u"[-HKEY_CURRENT_USER\\Software\\Vendor\\Old]\r\n";
 
-TEST_F(RegkeyExchangeTest, ForeignFileImportsAndExportsBackByteForByte) {
+TEST_P(RegkeyExchangeTest, ForeignFileImportsAndExportsBackByteForByte) {
   C_REGKEY key;
   OpenExchange(first, &key);
   C_REGKEY().Open(&key, u"Old\\Inner", C_REGKEY::WRITE, true);
@@ -62,7 +64,7 @@ TEST_F(RegkeyExchangeTest, ForeignFileImportsAndExportsBackByteForByte) {
   OpenExchange(first, &key, C_REGKEY::READ);
   key.SetEntry(u"Dword");  // neither text nor binary: not selectable
   EXPECT_TRUE(ErrorIsInternal());
-  const std::string rows = AllEntries(first);
+  const std::string rows = first.AllEntries();
   for (const char* row : {"|4|2A000000\n", "|2|250050000000\n", "|3|0001020304\n"}) {
     EXPECT_NE(rows.find(row), std::string::npos) << rows;
   }
@@ -87,7 +89,7 @@ TEST_F(RegkeyExchangeTest, ForeignFileImportsAndExportsBackByteForByte) {
   deeper.Close();
   key.Close();
   ASSERT_FALSE(C_ERROR::Is());
-  key.Open(C_REGKEY::OpenStore(LibraryPath(first)), u"software\\exchange", C_REGKEY::READ, false);
+  key.Open(first.Open(), u"software\\exchange", C_REGKEY::READ, false);
   const std::string exported = dir.File("first.reg");
   CregkeyExport(&key, LibraryPath(exported));
   ASSERT_FALSE(C_ERROR::Is());
@@ -111,11 +113,11 @@ TEST_F(RegkeyExchangeTest, ForeignFileImportsAndExportsBackByteForByte) {
   copy.Close();
   ASSERT_FALSE(C_ERROR::Is());
   EXPECT_EQ(ReadBytes(again), bytes);
-  EXPECT_EQ(AllEntries(second), AllEntries(first));
+  EXPECT_EQ(second.AllEntries(), first.AllEntries());
 
   // The roots export whole, named by their store.
   EXPECT_EQ(RunInChild([&] {
-              C_REGKEY::InitMachine(C_REGKEY::OpenStore(LibraryPath(second)));
+              C_REGKEY::InitMachine(second.Open());
               CregkeyExport(C_REGKEY::MACHINE, LibraryPath(dir.File("machine.reg")));
               return C_ERROR::Is() ? 1 : 0;
             }),
@@ -125,18 +127,21 @@ TEST_F(RegkeyExchangeTest, ForeignFileImportsAndExportsBackByteForByte) {
             std::string::npos);
 }
 
-TEST_F(RegkeyExchangeTest, MalformedFilesImportNothingAndNameTheLine) {
+TEST_P(RegkeyExchangeTest, MalformedFilesImportNothingAndNameTheLine) {
   C_REGKEY key;
   OpenExchange(first, &key);
   Put(key, u"Before", 1);
   key.Close();
   OpenExchange(first, &key);
-  const std::string before = AllEntries(first);
+  const std::string before = first.AllEntries();
   const std::u16string head =
       u"Windows Registry Editor Version 5.00\r\n\r\n[HKEY_CURRENT_USER\\A]\r\n\"ok\"=hex:01\r\n";
   const std::tuple<std::string, int> cases[] = {
-      {std::string("Windows Registry Editor Version 5.00\r\n"), 1},  // no byte-order mark
-      {RegBytes(u"REGEDIT4\r\n"), 1},
+      {RegBytes(u"Windows Registry Editor Version 6.00\r\n"), 1},
+      {RegBytes(u"Windows Registry Editor Version 5.00\r\n[-HKEY_CURRENT_USER\\A\\B]\r\n"), 2},  // nothing to be about
+      {RegBytes(u"Windows Registry Editor Version 5.00\r\n[-HKEY_CURRENT_USER\\B\\C]\r\n[HKEY_CURRENT_USER\\A]\r\n"),
+       2},                                                          // deleted outside the key that comes later
+      {RegBytes(head + u"\r\n[HKEY_LOCAL_MACHINE\\A\\B]\r\n"), 6},  // under another root
       {RegBytes(head + u"\"bad\"=hex:zz\r\n"), 5},
       {RegBytes(head + u"\r\n[HKEY_CURRENT_USER\\B]\r\n"), 6},  // outside the first key
       {RegBytes(head + u"\"open=\"text\r\n"), 5},
@@ -157,8 +162,18 @@ TEST_F(RegkeyExchangeTest, MalformedFilesImportNothingAndNameTheLine) {
     const std::u16string where = Text(LibraryPath(file, true)) + u", line " + Text(C_STRING(line)) + u": ";
     EXPECT_EQ(extra.substr(0, where.size()), where) << testing::PrintToString(extra);
     EXPECT_GT(extra.size(), where.size() + 10);
-    EXPECT_EQ(AllEntries(first), before);
+    EXPECT_EQ(first.AllEntries(), before);
   }
+
+  // Deletions may come before the key the file is about.
+  C_REGKEY().Open(&key, u"Gone\\Inner", C_REGKEY::WRITE, true);
+  WriteBytes(file,
+             "Windows Registry Editor Version 5.00\n[-HKEY_CURRENT_USER\\Software\\Exchange\\Gone]\n"
+             "[HKEY_CURRENT_USER\\Software\\Exchange]\n\"After\"=dword:7\n");
+  CregkeyImport(&key, LibraryPath(file));
+  ASSERT_FALSE(C_ERROR::Is());
+  EXPECT_EQ(Names(key, true), NameList{});
+  EXPECT_EQ(Names(key), (NameList{u"Before", u"After"}));
 
   CregkeyImport(&key, LibraryPath(dir.File("absent.reg")));
   EXPECT_EQ(TakeError(), &CerrFileCannotOpen);

@@ -6,32 +6,19 @@
 #include <chrono>
 #include <thread>
 
-#include "device/regkey_test_util.h"
+#include "device/settings_store_fixture.h"
 
 namespace {
 
-// Names are stored as UTF-16 LE; this gives them as an SQL blob literal.
-std::string Utf16Blob(const std::u16string& text) {
-  std::string blob = "x'";
-  for (char16_t c : text) {
-    for (int shift : {4, 0, 12, 8}) blob += "0123456789abcdef"[(c >> shift) & 15];
-  }
-  return blob + "'";
-}
-
-// The stored bytes of the entry of a key named `key` (at any level).
-std::string StoredData(const std::string& database, const std::u16string& key, const std::u16string& entry) {
-  return Sql(database, "SELECT e.data FROM entries e JOIN keys k ON k.id = e.key WHERE k.name = " + Utf16Blob(key) +
-                           " AND e.name = " + Utf16Blob(entry));
-}
-
 const std::string kStoredFields("\x05\0\0\0\x02\0\0\0a\0b\0\x01\0\0\0", 16);
 
-class RegkeyTest : public testing::Test {
+// The suites that every kind of store passes alike.
+class RegkeyTest : public testing::TestWithParam<StoreKind> {
  protected:
+  void SetUp() override { MAKE_STORE_OR_SKIP(store, GetParam(), dir, "settings.sqlite"); }
   TempDir dir;
-  const std::string database = dir.File("settings.sqlite");
-  C_REGKEY::HANDLE Store() const { return C_REGKEY::OpenStore(LibraryPath(database)); }
+  StoreUnderTest store;
+  C_REGKEY::HANDLE Store() const { return store.Open(); }
   // Writes one entry of the key at `path`, made if missing.
   template <class T>
   void PutAt(const C_STRING& path, const C_STRING& entry, const T& value) const {
@@ -42,23 +29,35 @@ class RegkeyTest : public testing::Test {
   }
   // Forks a writer of entries `prefix`0, `prefix`1, ... of key "Writes", each its number and
   // `filler` characters, one commit each. It starts when `go` gives a byte (if given) and stops
-  // after `count` entries (never if 0) or at the first error.
-  pid_t ForkWriter(const C_STRING& prefix, int count, int filler, int go = -1) const {
+  // after `count` entries (never if 0) or at the first error. The key is under `root` as this
+  // process wired it, else under the store opened by the child.
+  pid_t ForkWriter(const C_STRING& prefix, int count, int filler, int go = -1, const C_REGKEY* root = nullptr) const {
     const pid_t pid = fork();
     if (pid != 0) return pid;
-    const C_REGKEY::HANDLE store = Store();
+    const C_REGKEY::HANDLE handle = root == nullptr ? Store() : nullptr;
     char byte;
     if (go >= 0 && read(go, &byte, 1) != 1) _exit(2);
     const std::u16string characters(filler, u'x');
     for (int i = 0; (count == 0 || i < count) && !C_ERROR::Is(); ++i) {
       C_REGKEY key;
-      key.Open(store, u"Writes", C_REGKEY::READ_WRITE, true);
+      root != nullptr ? key.Open(root, u"Writes", C_REGKEY::READ_WRITE, true)
+                      : key.Open(handle, u"Writes", C_REGKEY::READ_WRITE, true);
       Put(key, prefix + C_STRING(i), i);
       if (filler > 0) key.Write(C_STRING(filler, characters.data()));
       key.Close();
     }
     _exit(C_ERROR::Is() ? 1 : 0);
   }
+};
+
+INSTANTIATE_TEST_SUITE_P(Stores, RegkeyTest, testing::Values(StoreKind::Sqlite, StoreKind::Postgres), StoreKindName);
+
+// What only store files have: a path, permissions, pages on a disk.
+class RegkeyFileTest : public testing::Test {
+ protected:
+  TempDir dir;
+  const std::string database = dir.File("settings.sqlite");
+  C_REGKEY::HANDLE Store() const { return C_REGKEY::OpenStore(LibraryPath(database)); }
 };
 
 void WriteFieldsTo(C_REGKEY::HANDLE store) {
@@ -74,7 +73,7 @@ int ExitStatus(pid_t child) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-TEST_F(RegkeyTest, EntriesAreStoredByteForByteAndReadWithTheirQuirks) {
+TEST_P(RegkeyTest, EntriesAreStoredByteForByteAndReadWithTheirQuirks) {
   WriteFieldsTo(Store());
   C_REGKEY key;
   key.Open(Store(), u"Software\\Qorc", C_REGKEY::READ_WRITE, false);
@@ -83,8 +82,8 @@ TEST_F(RegkeyTest, EntriesAreStoredByteForByteAndReadWithTheirQuirks) {
   key.Close();
   ASSERT_FALSE(C_ERROR::Is());
   const std::string twelve("1\0002\0\0\0\0\0", 8);
-  EXPECT_EQ(StoredData(database, u"Qorc", u"Fields"), kStoredFields);
-  EXPECT_EQ(StoredData(database, u"Qorc", u"Twelve"), twelve);
+  EXPECT_EQ(store.StoredData(u"Qorc", u"Fields"), kStoredFields);
+  EXPECT_EQ(store.StoredData(u"Qorc", u"Twelve"), twelve);
 
   key.Open(Store(), u"SOFTWARE\\qorc", C_REGKEY::READ, false);
   EXPECT_EQ(ReadEntry<int>(key, u"fields"), 5);
@@ -114,13 +113,13 @@ TEST_F(RegkeyTest, EntriesAreStoredByteForByteAndReadWithTheirQuirks) {
   Put(key, u"Twelve", 1);
   key.Close();
   EXPECT_FALSE(C_ERROR::Is());
-  EXPECT_EQ(StoredData(database, u"Qorc", u"Twelve"), twelve);
+  EXPECT_EQ(store.StoredData(u"Qorc", u"Twelve"), twelve);
   // Forgiven when reading and writing: the empty entry gives nothing and is not stored.
   key.Open(Store(), u"Software\\Qorc", C_REGKEY::READ_WRITE, false);
   EXPECT_TRUE(ReadEntry<C_STRING>(key, u"Missing").IsVoid());
   EXPECT_FALSE(C_ERROR::Is());
   key.Close();
-  EXPECT_EQ(StoredData(database, u"Qorc", u"Missing"), "");
+  EXPECT_EQ(store.StoredData(u"Qorc", u"Missing"), "");
   key.Open(Store(), u"Nowhere", C_REGKEY::READ, false);  // without create
   EXPECT_TRUE(ErrorIsInternal());
   EXPECT_FALSE(key.IsOpened());
@@ -137,7 +136,7 @@ TEST_F(RegkeyTest, EntriesAreStoredByteForByteAndReadWithTheirQuirks) {
   EXPECT_EQ(Names(key), (NameList{u"Fields", u"Real", u"Twelve"}));
 }
 
-TEST_F(RegkeyTest, NamesKeepTheirCaseAndComeInADocumentedOrder) {
+TEST_P(RegkeyTest, NamesKeepTheirCaseAndComeInADocumentedOrder) {
   C_REGKEY key;
   key.Open(Store(), u"Order", C_REGKEY::WRITE, true);
   for (const char16_t* name : {u"gamma", u"Beta", u"alpha", u"_under"}) C_REGKEY().Open(&key, name, key.WRITE, true);
@@ -151,7 +150,7 @@ TEST_F(RegkeyTest, NamesKeepTheirCaseAndComeInADocumentedOrder) {
   EXPECT_FALSE(C_ERROR::Is());
 }
 
-TEST_F(RegkeyTest, KeysRemadeByAnotherProcessAreFoundAgain) {
+TEST_P(RegkeyTest, KeysRemadeByAnotherProcessAreFoundAgain) {
   PutAt(u"Volatile\\Leaf", u"Value", 1);
   C_REGKEY held;
   held.Open(Store(), u"Volatile\\Leaf", C_REGKEY::READ, false);
@@ -175,7 +174,7 @@ TEST_F(RegkeyTest, KeysRemadeByAnotherProcessAreFoundAgain) {
   EXPECT_TRUE(ErrorIsInternal());
 }
 
-TEST_F(RegkeyTest, ClearDeleteAndRecursiveCopy) {
+TEST_P(RegkeyTest, ClearDeleteAndRecursiveCopy) {
   C_REGKEY key;
   PutAt(u"Source\\Inner\\Deepest", u"Deep", C_STRING(u"deep"));
   key.Open(Store(), u"Source", C_REGKEY::READ_WRITE, false);
@@ -184,15 +183,14 @@ TEST_F(RegkeyTest, ClearDeleteAndRecursiveCopy) {
   key.SetEntry(u"Gone");
   key.Clear();
   ASSERT_FALSE(C_ERROR::Is());
-  EXPECT_EQ(StoredData(database, u"Source", u"Gone"), "");
+  EXPECT_EQ(store.StoredData(u"Source", u"Gone"), "");
 
   C_REGKEY target;
   target.Open(Store(), u"Target", C_REGKEY::WRITE, true);
   key.Copy(&target);
   target.Close();
   key.Close();
-  const std::string countDeepest = "SELECT count(*) FROM keys WHERE name = " + Utf16Blob(u"Deepest");
-  EXPECT_EQ(Sql(database, countDeepest), "2");
+  EXPECT_EQ(store.CountKeysNamed(u"Deepest"), "2");
   key.Open(Store(), u"Target\\Inner\\Deepest", C_REGKEY::READ, false);
   EXPECT_EQ(Text(ReadEntry<C_STRING>(key, u"Deep")), u"deep");
   key.Close();
@@ -205,13 +203,13 @@ TEST_F(RegkeyTest, ClearDeleteAndRecursiveCopy) {
   key.Delete(u"inner\\deepest");
   key.Delete(u"Inner");
   EXPECT_FALSE(C_ERROR::Is());
-  EXPECT_EQ(Sql(database, countDeepest), "1");
+  EXPECT_EQ(store.CountKeysNamed(u"Deepest"), "1");
   EXPECT_TRUE(Names(key, true).empty());
   EXPECT_EQ(ReadEntry<int>(key, u"Top"), 42);
   EXPECT_FALSE(C_ERROR::Is());
 }
 
-TEST_F(RegkeyTest, RootsDefaultPathsPersistenceAndEnvironment) {
+TEST_F(RegkeyFileTest, RootsDefaultPathsPersistenceAndEnvironment) {
   // Roots are process-wide and set once, so each case runs in a child.
   const std::string machine = dir.File("machine.sqlite");
   EXPECT_EQ(RunInChild([&] {
@@ -276,17 +274,21 @@ TEST_F(RegkeyTest, RootsDefaultPathsPersistenceAndEnvironment) {
             0);
 }
 
-TEST_F(RegkeyTest, WriterKilledInTheMiddleLosesNothingStoredBefore) {
+TEST_P(RegkeyTest, WriterKilledInTheMiddleLosesNothingStoredBefore) {
   WriteFieldsTo(Store());
   ASSERT_FALSE(C_ERROR::Is());
   for (int round = 0; round < 3; ++round) {
     const pid_t writer = ForkWriter(u"", 0, 20000);
-    std::this_thread::sleep_for(std::chrono::milliseconds(150 + 70 * round));
+    // Killed once it has stored something (a slow machine may take its time to start), then some way on.
+    for (int wait = 0; wait < 1000 && store.StoredData(u"Writes", u"0").empty(); ++wait) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(50 + 70 * round));
     kill(writer, SIGKILL);
     ASSERT_EQ(ExitStatus(writer), -1) << "the writer stopped by itself";
-    EXPECT_EQ(Sql(database, "PRAGMA integrity_check"), "ok");
+    EXPECT_EQ(store.Consistency(), "ok");
   }
-  EXPECT_EQ(StoredData(database, u"Qorc", u"Fields"), kStoredFields);
+  EXPECT_EQ(store.StoredData(u"Qorc", u"Fields"), kStoredFields);
   // Every entry the writers committed is whole.
   C_REGKEY key;
   key.Open(Store(), u"Writes", C_REGKEY::READ, false);
@@ -301,8 +303,8 @@ TEST_F(RegkeyTest, WriterKilledInTheMiddleLosesNothingStoredBefore) {
   EXPECT_FALSE(C_ERROR::Is());
 }
 
-TEST_F(RegkeyTest, TwoProcessesWritingOneKeyLoseNoWrite) {
-  constexpr int kEntries = 150;
+TEST_P(RegkeyTest, TwoProcessesWritingOneKeyLoseNoWrite) {
+  constexpr int kEntries = 200;
   int go[2];
   ASSERT_EQ(pipe(go), 0);
   const pid_t writers[] = {ForkWriter(u"a", kEntries, 0, go[0]), ForkWriter(u"b", kEntries, 0, go[0])};
@@ -319,7 +321,142 @@ TEST_F(RegkeyTest, TwoProcessesWritingOneKeyLoseNoWrite) {
   EXPECT_FALSE(C_ERROR::Is());
 }
 
-TEST_F(RegkeyTest, BadStoresFailWithoutCrashOrLoss) {
+TEST_P(RegkeyTest, ChildrenGoOnUsingTheRootsAndHandlesTheirParentWired) {
+  // The roots are process-wide and set once: the parent here is a child of the test, which
+  // wires the user root, uses it, keeps a handle open and then forks.
+  EXPECT_EQ(RunInChild([&] {
+              C_REGKEY::InitUser(Store());
+              C_REGKEY environment;
+              environment.Open(C_REGKEY::USER, u"Environment", C_REGKEY::WRITE, true);
+              PutTexts(environment, {{u"QORC_FORK_SETTING", u"from the parent's key"}});
+              environment.Close();
+              C_REGKEY held;
+              held.Open(C_REGKEY::USER, u"Software\\Held", C_REGKEY::READ_WRITE, true);
+              Put(held, u"parent", 1);
+              held.SetEntry(u"parent");
+              if (C_ERROR::Is()) return 1;
+
+              // A child reads through the root and the held handle, and writes through both.
+              const pid_t child = fork();
+              if (child == 0) {
+                int code = 0;
+                if (Text(C_STRING(u"QORC_FORK_SETTING").GetEnv()) != u"from the parent's key") code = 10;
+                if (ReadEntry<int>(held, u"parent") != 1) code = 11;
+                Put(held, u"child", 2);
+                held.SetEntry(u"child");
+                C_REGKEY own;
+                own.Open(C_REGKEY::USER, u"Software\\Child", C_REGKEY::WRITE, true);
+                Put(own, u"made", C_STRING(u"in the child"));
+                own.Close();
+                _exit(C_ERROR::Is() ? 12 : code);
+              }
+              if (ExitStatus(child) != 0) return 2;
+              if (ReadEntry<int>(held, u"child") != 2) return 3;
+              C_REGKEY made;
+              made.Open(C_REGKEY::USER, u"Software\\Child", C_REGKEY::READ, false);
+              C_STRING text;
+              made.SetEntry(u"made");
+              made.Read(&text);
+              if (Text(text) != u"in the child" || C_ERROR::Is()) return 4;
+
+              // Two children writing one key at once lose nothing.
+              constexpr int kEntries = 200;
+              int go[2];
+              if (pipe(go) != 0) return 5;
+              const pid_t writers[] = {ForkWriter(u"a", kEntries, 0, go[0], C_REGKEY::USER),
+                                       ForkWriter(u"b", kEntries, 0, go[0], C_REGKEY::USER)};
+              close(go[0]);
+              if (write(go[1], "gg", 2) != 2) return 6;
+              close(go[1]);
+              for (pid_t writer : writers) {
+                if (ExitStatus(writer) != 0) return 7;
+              }
+              C_REGKEY writes;
+              writes.Open(C_REGKEY::USER, u"Writes", C_REGKEY::READ, false);
+              if (Names(writes).size() != 2u * kEntries) return 8;
+              for (const char16_t* prefix : {u"a", u"b"}) {
+                for (int i = 0; i < kEntries; ++i) {
+                  if (ReadEntry<int>(writes, C_STRING(prefix) + C_STRING(i)) != i) return 9;
+                }
+              }
+              writes.Close();
+
+              // A child killed while it writes loses nothing stored before; the parent goes on.
+              const pid_t killed = ForkWriter(u"k", 0, 20000, -1, C_REGKEY::USER);
+              for (int wait = 0; wait < 1000 && store.StoredData(u"Writes", u"k0").empty(); ++wait) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(10));
+              }
+              std::this_thread::sleep_for(std::chrono::milliseconds(100));
+              kill(killed, SIGKILL);
+              if (ExitStatus(killed) != -1) return 20;
+              if (store.Consistency() != "ok") return 21;
+              writes.Open(C_REGKEY::USER, u"Writes", C_REGKEY::READ, false);
+              if (ReadEntry<int>(writes, u"a199") != 199 || ReadEntry<int>(writes, u"b0") != 0) return 22;
+              int whole = 0;
+              for (const std::u16string& name : Names(writes)) {
+                if (name[0] != u'k') continue;
+                C_STRING filler;
+                if (u"k" + Text(C_STRING(ReadEntry<int>(writes, name.c_str()))) != name) return 23;
+                writes.Read(&filler);
+                if (filler.GetNumber() != 20000) return 24;
+                ++whole;
+              }
+              if (whole == 0) return 25;
+              writes.Close();
+              writes.Open(C_REGKEY::USER, u"Writes", C_REGKEY::WRITE, false);
+              Put(writes, u"after", 3);
+              writes.Close();
+              Put(held, u"after", 4);
+              held.Close();
+              if (C_ERROR::Is()) return 26;
+              return 0;
+            }),
+            0);
+  // What every process stored is in the file, read by a process of its own.
+  C_REGKEY key;
+  key.Open(Store(), u"Writes", C_REGKEY::READ, false);
+  EXPECT_EQ(ReadEntry<int>(key, u"after"), 3);
+  key.Close();
+  key.Open(Store(), u"Software\\Held", C_REGKEY::READ, false);
+  EXPECT_EQ(ReadEntry<int>(key, u"child"), 2);
+  EXPECT_EQ(ReadEntry<int>(key, u"after"), 4);
+  EXPECT_FALSE(C_ERROR::Is());
+}
+
+TEST_P(RegkeyTest, AChildKeepsWritingWhenItsParentClosesTheStore) {
+  // The child's connection holds its own locks on the store: when the parent
+  // closes its connection (Cclose), the journal the child writes to is kept.
+  EXPECT_EQ(RunInChild([&] {
+              C_REGKEY::InitUser(Store());
+              PutAt(u"Software\\Qorc", u"parent", 1);
+              int ready[2], go[2];
+              if (pipe(ready) != 0 || pipe(go) != 0) return 1;
+              const pid_t child = fork();
+              if (child == 0) {
+                char byte = 0;
+                C_REGKEY key;
+                key.Open(C_REGKEY::USER, u"Software\\Qorc", C_REGKEY::WRITE, false);
+                Put(key, u"first", 2);
+                key.Close();
+                if (write(ready[1], "r", 1) != 1 || read(go[0], &byte, 1) != 1) _exit(2);
+                key.Open(C_REGKEY::USER, u"Software\\Qorc", C_REGKEY::WRITE, false);
+                Put(key, u"second", 3);
+                key.Close();
+                _exit(C_ERROR::Is() ? 3 : 0);
+              }
+              char byte = 0;
+              if (read(ready[0], &byte, 1) != 1) return 4;
+              Cclose();
+              if (write(go[1], "g", 1) != 1) return 5;
+              return ExitStatus(child) == 0 ? 0 : 6;
+            }),
+            0);
+  for (const char16_t* entry : {u"parent", u"first", u"second"}) {
+    EXPECT_EQ(store.StoredData(u"Qorc", entry).size(), 4u);
+  }
+}
+
+TEST_F(RegkeyFileTest, BadStoresFailWithoutCrashOrLoss) {
   // Not a database: refused, and the file is left as it was.
   const std::string text = dir.File("notes.txt");
   WriteBytes(text, std::string(5000, 'n'));
@@ -379,7 +516,7 @@ TEST_F(RegkeyTest, BadStoresFailWithoutCrashOrLoss) {
             0);
 }
 
-TEST_F(RegkeyTest, FullDiskFailsTheWriteAndKeepsEarlierEntries) {
+TEST_F(RegkeyFileTest, FullDiskFailsTheWriteAndKeepsEarlierEntries) {
   const std::string mountPoint = dir.File("small");
   std::filesystem::create_directory(mountPoint);
   const int result = RunInChild([&] {

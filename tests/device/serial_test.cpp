@@ -13,6 +13,7 @@
 #include <tuple>
 #include <vector>
 
+#include "device/serial_rules.h"
 #include "platform/serial_line.h"
 #include "support/instrument.h"
 #include "support/temp_dir.h"
@@ -91,7 +92,7 @@ TEST(Serial, DefaultObjectCopiesAndAssignment) {
 // not framed characters: its driver drops the parity enable, so the library
 // refuses to open with parity there; the odd and stick (mark/space) selections
 // it asked for stay visible on the line.
-TEST(Serial, LineReadsBackAsSetAndParityIsRefusedByAPseudoTerminal) {
+TEST(Serial, LineReadsBackAsSetAndAPseudoTerminalTakesAnyParity) {
   const std::tuple<C_SERIAL::BAUDRATE, speed_t, C_SERIAL::PARITY, C_SERIAL::STOP> cases[] = {
       {C_SERIAL::BAUD_9600, B9600, C_SERIAL::PARITY_NONE, C_SERIAL::STOP_1},
       {C_SERIAL::BAUD_115200, B115200, C_SERIAL::PARITY_NONE, C_SERIAL::STOP_2},
@@ -100,21 +101,24 @@ TEST(Serial, LineReadsBackAsSetAndParityIsRefusedByAPseudoTerminal) {
       {C_SERIAL::BAUD_256000, speed_t(0), C_SERIAL::PARITY_NONE, C_SERIAL::STOP_1},
       {C_SERIAL::BAUD_4800, B4800, C_SERIAL::PARITY_ODD, C_SERIAL::STOP_2},
       {C_SERIAL::BAUD_4800, B4800, C_SERIAL::PARITY_EVEN, C_SERIAL::STOP_2},
-      {C_SERIAL::BAUD_4800, B4800, C_SERIAL::PARITY_MARK, C_SERIAL::STOP_2},
-      {C_SERIAL::BAUD_4800, B4800, C_SERIAL::PARITY_SPACE, C_SERIAL::STOP_2}};
+      {C_SERIAL::BAUD_4800, B4800, C_SERIAL::PARITY_MARK, C_SERIAL::STOP_1},
+      {C_SERIAL::BAUD_19200, B19200, C_SERIAL::PARITY_SPACE, C_SERIAL::STOP_2}};
   const tcflag_t parityBits[] = {0, PARENB | PARODD, PARENB, PARENB | PARODD | CMSPAR, PARENB | CMSPAR};
   for (const auto& [baud, speed, parity, stop] : cases) {
     SCOPED_TRACE(testing::Message() << baud << " parity " << parity);
-    const bool opens = parity == C_SERIAL::PARITY_NONE;
-    const std::string line = "line=" + std::to_string(baud) + ",N," + (stop == C_SERIAL::STOP_2 ? "2" : "1");
-    auto instrument = StartInstrument(opens ? Steps{"expect=19", line, "closed"} : Steps{"closed"});
+    // No parity bit travels on a pseudo-terminal and its driver drops the
+    // parity; the line opens with every other setting applied and works.
+    const std::string line =
+        "line=" + std::to_string(baud) + "," + "NOEMS"[parity] + "," + (stop == C_SERIAL::STOP_2 ? "2" : "1");
+    const std::string reading = "reading " + std::to_string(parity);
+    auto instrument = StartInstrument(
+        {"expect=19", line, "expect=17", "send=x\\r\\n" + reading + "\\r\\n", "expect=19", "expect=ok", "closed"});
     const C_STRING port = PortName(instrument->port());
     const int observer = open(instrument->port().c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK);
     ASSERT_GE(observer, 0);
     {
       C_SERIAL serial(port, baud, parity, stop);
-      EXPECT_EQ(serial.IsOpen(), opens);
-      if (!opens) ExpectSerialError(CerrSerialCannotSetState, port);
+      EXPECT_TRUE(serial.IsOpen());
       EXPECT_FALSE(C_ERROR::Is());
       struct termios t;
       ASSERT_EQ(tcgetattr(observer, &t), 0);
@@ -125,19 +129,72 @@ TEST(Serial, LineReadsBackAsSetAndParityIsRefusedByAPseudoTerminal) {
       EXPECT_EQ(t.c_cflag & (PARENB | PARODD | CMSPAR), parityBits[parity] & ~static_cast<tcflag_t>(PARENB));
       EXPECT_EQ(t.c_cflag & CSIZE, static_cast<tcflag_t>(CS8));
       EXPECT_EQ((t.c_cflag & CSTOPB) != 0, stop == C_SERIAL::STOP_2);
-      if (opens) {
-        EXPECT_EQ(t.c_cflag & (CRTSCTS | CLOCAL | CREAD), static_cast<tcflag_t>(CLOCAL | CREAD));
-        EXPECT_EQ(t.c_iflag & (IXON | IXOFF | IXANY), static_cast<tcflag_t>(IXON | IXOFF));
-        EXPECT_EQ(t.c_iflag & (ICRNL | INLCR | IGNCR | ISTRIP | INPCK | PARMRK), 0u);
-        EXPECT_EQ(t.c_oflag & OPOST, 0u);
-        EXPECT_EQ(t.c_lflag & (ICANON | ECHO | ISIG | IEXTEN), 0u);
-        EXPECT_EQ(t.c_cc[VMIN], 0);
-        EXPECT_EQ(t.c_cc[VTIME], 10);
-      }
+      EXPECT_EQ(t.c_cflag & (CRTSCTS | CLOCAL | CREAD), static_cast<tcflag_t>(CLOCAL | CREAD));
+      EXPECT_EQ(t.c_iflag & (IXON | IXOFF | IXANY), static_cast<tcflag_t>(IXON | IXOFF));
+      EXPECT_EQ(t.c_iflag & (ICRNL | INLCR | IGNCR | ISTRIP | INPCK | PARMRK), 0u);
+      EXPECT_EQ(t.c_oflag & OPOST, 0u);
+      EXPECT_EQ(t.c_lflag & (ICANON | ECHO | ISIG | IEXTEN), 0u);
+      EXPECT_EQ(t.c_cc[VMIN], 0);
+      EXPECT_EQ(t.c_cc[VTIME], 10);
+      C_STRING text;
+      serial.Read(&text);
+      EXPECT_TRUE(text == C_STRING(reading.c_str())) << text.GetANSI();
+      serial.Write(u"ok");
+      EXPECT_FALSE(C_ERROR::Is());
     }
     close(observer);
     EXPECT_EQ(instrument->Finish(), 0);
+
+    // The parity forgiven, a setting the line refuses still fails the opening.
+    auto refusing = StartInstrument({"closed"});
+    const C_STRING refusingPort = PortName(refusing->port());
+    C_SERIAL refused(refusingPort, baud, parity, C_SERIAL::STOP_1_5);
+    EXPECT_FALSE(refused.IsOpen());
+    ExpectSerialError(CerrSerialCannotSetState, refusingPort);
+    refused = C_SERIAL();
+    EXPECT_EQ(refusing->Finish(), 0);
   }
+}
+
+TEST(Serial, ThePseudoTerminalIsAVirtualLineThatDropsOnlyTheParity) {
+  namespace platform = qorc::platform;
+  auto instrument = StartInstrument({"closed"});
+  const std::u16string port(instrument->port().begin(), instrument->port().end());
+  const platform::SerialLine line = platform::OpenSerialLine(port.c_str());
+  ASSERT_NE(line, platform::kNoSerialLine);
+  for (int parity = 0; parity <= 4; ++parity) {
+    const platform::SerialOutcome outcome = platform::ConfigureSerialLine(line, 4800, parity, 2);
+    EXPECT_EQ(outcome.setup, platform::SerialSetup::Done);
+    EXPECT_TRUE(outcome.isVirtual);
+    EXPECT_EQ(outcome.untaken, parity == 0 ? 0u : platform::kSerialParity) << parity;
+  }
+  platform::CloseSerialLine(line);
+  EXPECT_EQ(instrument->Finish(), 0);
+}
+
+TEST(Serial, OnlyAVirtualLineIsForgivenADroppedParity) {
+  namespace platform = qorc::platform;
+  using platform::SerialSetup;
+  const auto judge = [](SerialSetup setup, unsigned untaken, bool isVirtual) {
+    platform::SerialOutcome outcome;
+    outcome.setup = setup;
+    outcome.untaken = untaken;
+    outcome.isVirtual = isVirtual;
+    return qorc::JudgeSerialOutcome(outcome);
+  };
+  for (bool isVirtual : {false, true}) {
+    EXPECT_EQ(judge(SerialSetup::Done, 0, isVirtual), SerialSetup::Done);
+    EXPECT_EQ(judge(SerialSetup::CannotGetState, 0, isVirtual), SerialSetup::CannotGetState);
+    EXPECT_EQ(judge(SerialSetup::CannotSetState, 0, isVirtual), SerialSetup::CannotSetState);
+    for (unsigned other :
+         {platform::kSerialRate, platform::kSerialDataBits, platform::kSerialStopBits, platform::kSerialFlowControl}) {
+      EXPECT_EQ(judge(SerialSetup::Done, other, isVirtual), SerialSetup::CannotSetState);
+      EXPECT_EQ(judge(SerialSetup::Done, other | platform::kSerialParity, isVirtual), SerialSetup::CannotSetState);
+    }
+  }
+  // A real port is held to the parity its driver did not take.
+  EXPECT_EQ(judge(SerialSetup::Done, platform::kSerialParity, true), SerialSetup::Done);
+  EXPECT_EQ(judge(SerialSetup::Done, platform::kSerialParity, false), SerialSetup::CannotSetState);
 }
 
 TEST(Serial, RefusedSettingsAndUnopenablePortsLeaveThePortClosed) {

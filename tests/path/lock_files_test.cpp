@@ -299,6 +299,55 @@ TEST_F(LockFileTest, FailuresAreReported) {
   EXPECT_FALSE(fs::exists(lockFile));
 }
 
+TEST_F(LockFileTest, ReadOnlyLockAndWorkFilesAreLeftAsTheyAre) {
+  // The read-only attribute holds for every user, root included: Lock and
+  // Unlock report the file layer's refusal once and change no byte.
+  const std::string lockName = Narrow(LibraryPath(lockFile, true));
+  const std::string workFile = lockFile + ".tmp";
+  const std::vector<std::string> cannotCreateLock = {"C#Err#Unable to create file|" + lockName};
+  const std::vector<std::string> readOnlyLock = {"C#Err#File is in read only mode|" + lockName};
+  const C_STRING others[] = {C_STRING(a.c_str())};
+  // Another's entries, ours among others, ours alone (Unlock would remove
+  // the file), none (Lock would write the first).
+  for (const std::string& content : {a + "\n" + b, a + "\n" + me, me, std::string()}) {
+    SCOPED_TRACE(content);
+    WriteBytes(lockFile, content);
+    ASSERT_EQ(chmod(lockFile.c_str(), 0444), 0);
+    g_reports.clear();
+    C_FILE::Lock(doc);
+    EXPECT_EQ(g_reports, cannotCreateLock);
+    g_reports.clear();
+    C_FILE::Unlock(doc);
+    EXPECT_EQ(g_reports, readOnlyLock);
+    g_reports.clear();
+    C_FILE::RemoveLockers(doc, 1, others);
+    EXPECT_EQ(g_reports, readOnlyLock);
+    EXPECT_FALSE(C_ERROR::Is());
+    EXPECT_EQ(ReadBytes(lockFile), content);
+    EXPECT_FALSE(fs::exists(workFile));
+    ASSERT_EQ(chmod(lockFile.c_str(), 0644), 0);
+  }
+
+  // A read-only work file left behind by someone: Unlock cannot write it, and
+  // keeps the lock file and the work file as they are.
+  WriteBytes(lockFile, a + "\n" + me);
+  WriteBytes(workFile, "kept");
+  ASSERT_EQ(chmod(workFile.c_str(), 0444), 0);
+  g_reports.clear();
+  C_FILE::Unlock(doc);
+  EXPECT_EQ(g_reports, std::vector<std::string>{"C#Err#Unable to create file|" + Narrow(LibraryPath(workFile, true))});
+  EXPECT_FALSE(C_ERROR::Is());
+  EXPECT_EQ(ReadBytes(lockFile), a + "\n" + me);
+  EXPECT_EQ(ReadBytes(workFile), "kept");
+  // Writable again, the same Unlock goes through.
+  ASSERT_EQ(chmod(workFile.c_str(), 0644), 0);
+  ASSERT_EQ(unlink(workFile.c_str()), 0);
+  g_reports.clear();
+  C_FILE::Unlock(doc);
+  EXPECT_TRUE(g_reports.empty());
+  EXPECT_EQ(ReadBytes(lockFile), a);
+}
+
 // Eight processes, as the given users, each lock one document 200 times at
 // once; `check` runs after every Lock. Returns the statuses of failures.
 std::string LockTogether(const C_STRING& doc, const std::vector<uid_t>& users, bool unlock,

@@ -9,11 +9,11 @@
 
 class TempDir {
  public:
-  TempDir() {
-    // A new name is drawn until one can be created: the directory is made
-    // exclusively, as mkdtemp does.
+  // In the system's temporary directory, or under `base`. A new name is drawn
+  // until one can be created: the directory is made exclusively, as mkdtemp
+  // does.
+  explicit TempDir(const std::filesystem::path& base = std::filesystem::temp_directory_path()) {
     static std::mt19937_64 random(std::random_device{}());
-    const std::filesystem::path base = std::filesystem::temp_directory_path();
     for (;;) {
       std::filesystem::path candidate = base / ("qorc-test-" + std::to_string(random() % 100000000000ULL));
       std::error_code error;

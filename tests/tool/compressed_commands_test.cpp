@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <qorc/qorc.h>
 
+#include <filesystem>
 #include <tuple>
 
 #include "support/os_support.h"
@@ -18,6 +19,9 @@ long long RecordField(const std::string& file, long long offset) {
   for (int i = 3; i >= 0; --i) value = value << 8 | static_cast<unsigned char>(file[offset + i]);
   return value;
 }
+
+// A path as the tool names it in messages: with the system's separators.
+std::string NativeName(const std::string& path) { return std::filesystem::path(path).make_preferred().string(); }
 
 class CompressedCommandsTest : public QorTest {
  protected:
@@ -43,6 +47,26 @@ TEST_F(CompressedCommandsTest, PackAndUnpackGiveBackTheOriginalBytes) {
     EXPECT_EQ(Output({"unpack", "-", "-"}, packed), data);
     std::filesystem::remove(packed);
   }
+}
+
+TEST_F(CompressedCommandsTest, PackMakesTheSameFileWithAnyNumberOfThreads) {
+  for (const std::size_t size : {std::size_t{0}, std::size_t{kBlock}, 17 * std::size_t{kBlock} + 3}) {
+    SCOPED_TRACE(size);
+    const std::string data = SampleData(size, 21);
+    const std::string in = Write("data", data);
+    EXPECT_EQ(Outcome(Run({"pack", "-f", "-j", "1", in, dir.File("one.qz")})), kSuccess);
+    const std::string one = ReadWholeFile(dir.File("one.qz"));
+    for (const char* jobs : {"2", "3", "8"}) {
+      EXPECT_EQ(Outcome(Run({"pack", "--force", "--jobs", jobs, in, dir.File("many.qz")})), kSuccess);
+      EXPECT_TRUE(ReadWholeFile(dir.File("many.qz")) == one) << jobs << " threads";
+    }
+    // The default (a thread per processor) and standard output alike.
+    EXPECT_EQ(Run({"pack", "-", "-"}, in, dir.File("piped.qz")).status, 0);
+    EXPECT_TRUE(ReadWholeFile(dir.File("piped.qz")) == one);
+    EXPECT_EQ(Output({"unpack", "--force", dir.File("many.qz"), dir.File("back")}), "");
+    EXPECT_TRUE(ReadWholeFile(dir.File("back")) == data);
+  }
+  EXPECT_EQ(Run({"pack", "-j", "0", dir.File("data"), dir.File("none.qz")}).status, 2);
 }
 
 TEST_F(CompressedCommandsTest, CatAtRandomOffsetsGivesTheOriginalBytes) {
@@ -150,11 +174,11 @@ TEST_F(CompressedCommandsTest, OutputsAppearWholeOrNotAtAll) {
     EXPECT_EQ(Outcome(Run({"unpack", packed, "-"}, kNullDevice, kFullDevice)),
               Failure("qor: Unable to write file: standard output\n"));
   }
-  const QorResult nowhere = Run({"pack", dir.File("data"), dir.File("no/such/dir/data.qz")});
-  EXPECT_EQ(nowhere.status, 1);
-  const std::string staged = std::filesystem::path(dir.File("no/such/dir/.data.qz.qor-")).make_preferred().string();
-  EXPECT_EQ(nowhere.err.rfind("qor: Unable to create file: " + staged, 0), 0u)
-      << nowhere.err;
+  // Failures name the file the user gave, never the temporary one beside it.
+  EXPECT_EQ(Outcome(Run({"pack", dir.File("data"), dir.File("no/such/dir/data.qz")})),
+            Failure("qor: Unable to create file: " + NativeName(dir.File("no/such/dir/data.qz")) + "\n"));
+  EXPECT_EQ(Outcome(Run({"shield", dir.File("data"), dir.File("no/such/dir/data.txt")})),
+            Failure("qor: Unable to create file: " + NativeName(dir.File("no/such/dir/data.txt")) + "\n"));
   EXPECT_EQ(DirectoryNames(dir), (std::vector<std::string>{"data", "data.qz", "out"}));
 }
 

@@ -7,13 +7,16 @@
 #include <signal.h>
 
 #include <cstring>
+#include <filesystem>
 #include <sstream>
 
 #include "support/instrument.h"
+#include "support/postgres_server.h"
 #include "tool/qor_runner.h"
 
 namespace {
 
+using namespace std::string_literals;
 using ServiceCommandsTest = QorTest;
 
 C_STRING Library(const std::string& text) {
@@ -120,6 +123,140 @@ TEST_F(ServiceCommandsTest, RegExportAndImportRoundTrip) {
             Failure("qor: Not found: no key Software/Nothing in " + second + "\n"));
 }
 
+std::string Utf16(const std::string& ascii) {
+  std::string bytes;
+  for (char c : ascii) bytes += {c, '\0'};
+  return bytes;
+}
+
+const char kMixedFile[] =
+    "Windows Registry Editor Version 5.00\r\n\r\n"
+    "[HKEY_LOCAL_MACHINE\\Software\\Vendor]\r\n\"Installed\"=dword:00000001\r\n\r\n"
+    "[HKEY_CURRENT_USER\\Software\\Vendor]\r\n@=\"mine\"\r\n\"Blob\"=hex:01,02\r\n\r\n"
+    "[HKEY_CLASSES_ROOT\\.vnd]\r\n@=\"Vendor.Document\"\r\n";
+
+TEST_F(ServiceCommandsTest, RegImportSendsEachSectionToTheStoreOfItsRoot) {
+  const std::string user = dir.File("user.sqlite"), machine = dir.File("machine.sqlite");
+  const auto reg = [](const std::string& userStore, const std::string& machineStore, std::vector<std::string> args) {
+    args.insert(args.begin(), {"reg", "--store", userStore, "--machine-store", machineStore});
+    return args;
+  };
+  const std::string file = Write("mixed.reg", kMixedFile);
+  EXPECT_EQ(Output(reg(user, machine, {"import", file})),
+            file + " imported: HKEY_CURRENT_USER into " + user + ", HKEY_LOCAL_MACHINE into " + machine + "\n");
+  // Full key paths, roots in any case; HKEY_CLASSES_ROOT is the machine's Software\Classes.
+  EXPECT_EQ(Output(reg(user, machine, {"list", "HKEY_LOCAL_MACHINE\\Software"})), "Classes\\\nVendor\\\n");
+  EXPECT_EQ(Output(reg(user, machine, {"list", "hkey_classes_root/.vnd"})), "@\n");
+  EXPECT_EQ(Output(reg(user, machine, {"get", "HKEY_CURRENT_USER\\Software\\Vendor", ""})), "@=\"mine\"\n");
+  EXPECT_EQ(Output(reg(user, machine, {"--machine", "get", "Software\\Vendor", "installed"})),
+            "\"Installed\"=dword:00000001\n");
+  EXPECT_EQ(Output(reg(user, machine, {"list", "HKEY_CURRENT_USER"})), "Software\\\n");
+  EXPECT_EQ(Outcome(Run(reg(user, machine, {"list", "HKEY_USERS\\.DEFAULT"}))),
+            Failure("qor: Not found: HKEY_USERS is not kept here: keys belong under HKEY_CURRENT_USER, "
+                    "HKEY_LOCAL_MACHINE or HKEY_CLASSES_ROOT\n"));
+
+  // A root alone exports all of its store, named by that root.
+  const std::string userFile = dir.File("user.reg"), machineFile = dir.File("machine.reg");
+  Output(reg(user, machine, {"export", "HKEY_LOCAL_MACHINE", machineFile}));
+  Output(reg(user, machine, {"export", "HKEY_CURRENT_USER", userFile}));
+  const std::string machineText = ReadWholeFile(machineFile);
+  EXPECT_NE(machineText.find(Utf16("\r\n[HKEY_LOCAL_MACHINE\\Software\\Classes\\.vnd]\r\n@=\"Vendor.Document\"\r\n")),
+            std::string::npos);
+  EXPECT_EQ(machineText.find(Utf16("HKEY_CURRENT_USER")), std::string::npos);
+  EXPECT_NE(ReadWholeFile(userFile).find(Utf16("\r\n[HKEY_CURRENT_USER\\Software\\Vendor]\r\n@=\"mine\"\r\n")),
+            std::string::npos);
+  Output(reg(user, machine, {"export", "HKEY_LOCAL_MACHINE/Software/Vendor", dir.File("vendor.reg")}));
+  EXPECT_NE(ReadWholeFile(dir.File("vendor.reg")).find(Utf16("\r\n\r\n[HKEY_LOCAL_MACHINE\\Software\\Vendor]\r\n")),
+            std::string::npos);
+
+  // Into fresh stores and out again: the same files.
+  const std::string user2 = dir.File("user2.sqlite"), machine2 = dir.File("machine2.sqlite");
+  Output(reg(user2, machine2, {"import", machineFile}));
+  Output(reg(user2, machine2, {"import", userFile}));
+  Output(reg(user2, machine2, {"export", "HKEY_LOCAL_MACHINE", dir.File("machine2.reg")}));
+  Output(reg(user2, machine2, {"export", "HKEY_CURRENT_USER", dir.File("user2.reg")}));
+  EXPECT_EQ(ReadWholeFile(dir.File("machine2.reg")), machineText);
+  EXPECT_EQ(ReadWholeFile(dir.File("user2.reg")), ReadWholeFile(userFile));
+
+  // A file of one root opens only that root's store.
+  const std::string user3 = dir.File("user3.sqlite"), machine3 = dir.File("machine3.sqlite");
+  Output(reg(user3, machine3, {"import", userFile}));
+  EXPECT_TRUE(std::filesystem::exists(user3));
+  EXPECT_FALSE(std::filesystem::exists(machine3));
+}
+
+TEST_F(ServiceCommandsTest, RegImportOfARefusedFileChangesAndMakesNoStore) {
+  const std::string user = dir.File("user.sqlite"), machine = dir.File("machine.sqlite");
+  const std::vector<std::string> stores{"reg", "--store", user, "--machine-store", machine};
+  const auto import = [&](const std::string& file) {
+    std::vector<std::string> args = stores;
+    args.insert(args.end(), {"import", file});
+    return Outcome(Run(args));
+  };
+  const std::string bad = Write("bad.reg", std::string(kMixedFile) + "\"Broken\"=hex:0g\r\n");
+  EXPECT_EQ(import(bad), Failure("qor: File contains invalid encoding: " + bad +
+                                 ", line 12: hexadecimal data must be bytes of two digits separated by commas\n"));
+  const std::string users = Write("users.reg", std::string(kMixedFile) + "[HKEY_USERS\\S-1-5-18]\r\n");
+  EXPECT_EQ(import(users), Failure("qor: File contains invalid encoding: " + users +
+                                   ", line 12: HKEY_USERS is not kept here: keys belong under HKEY_CURRENT_USER, "
+                                   "HKEY_LOCAL_MACHINE or HKEY_CLASSES_ROOT\n"));
+  EXPECT_FALSE(std::filesystem::exists(user));
+  EXPECT_FALSE(std::filesystem::exists(machine));
+  // Stores that exist keep every byte.
+  EXPECT_EQ(import(Write("good.reg", kMixedFile)), kSuccess);
+  const std::string userBytes = ReadWholeFile(user), machineBytes = ReadWholeFile(machine);
+  EXPECT_EQ(import(bad).first, 1);
+  EXPECT_EQ(ReadWholeFile(user), userBytes);
+  EXPECT_EQ(ReadWholeFile(machine), machineBytes);
+}
+
+TEST_F(ServiceCommandsTest, RegWorksOnAStoreInPostgresql) {
+  std::string why;
+  bool absent = false;
+  PostgresServer* server = PostgresServer::Shared(&why, &absent);
+  if (absent) GTEST_SKIP() << why;
+  ASSERT_NE(server, nullptr) << why;
+  const std::string uri = server->NewStoreUri();
+  const std::string file = dir.File("file.sqlite");
+  {
+    C_REGKEY key;
+    key.Open(C_REGKEY::OpenStore(Library(file)), Library("Software\\Qorc\\Shared"), C_REGKEY::READ_WRITE, true);
+    key.SetEntry(Library("Name"));
+    key.WriteReadableString(Library("caf\xC3\xA9"));
+    key.SetEntry(Library("Numbers"));
+    key.Write(42);
+    key.Write(2.5);
+    C_REGKEY child;
+    child.Open(&key, Library("Child"), C_REGKEY::WRITE, true);
+  }
+  ASSERT_FALSE(C_ERROR::Is());
+  // From a store file into the database and back out: the same .reg file.
+  Output({"reg", "--store", file, "export", "Software\\Qorc", dir.File("file.reg")});
+  Output({"reg", "--store", uri, "import", dir.File("file.reg")});
+  Output({"reg", "--store", uri, "export", "Software\\Qorc", dir.File("database.reg")});
+  EXPECT_EQ(ReadWholeFile(dir.File("database.reg")), ReadWholeFile(dir.File("file.reg")));
+  EXPECT_EQ(Output({"reg", "--store", uri, "list", "Software/Qorc/Shared"}), "Child\\\n\"Name\"\n\"Numbers\"\n");
+  EXPECT_EQ(Output({"reg", "--store", uri, "get", "Software/Qorc/Shared", "name"}), "\"Name\"=\"caf\xC3\xA9\"\n");
+  EXPECT_EQ(server->Query(uri, "SELECT count(*) FROM qorc_settings.entries"), "2");
+  // Passwords stay out of messages, whether the store opens or not.
+  server->Query(uri,
+                "GRANT USAGE ON SCHEMA qorc_settings TO secretive; GRANT SELECT ON ALL TABLES IN SCHEMA "
+                "qorc_settings TO secretive");
+  const std::string secret = "postgresql://secretive:" + std::string(PostgresServer::kSecretPassword) + "@/" +
+                             uri.substr(14, uri.find('?') - 14) + "?host=" + server->SocketDirectory() + "&port=5432";
+  const std::string shown = "postgresql://secretive@/" + uri.substr(14, uri.find('?') - 14) +
+                            "?host=" + server->SocketDirectory() + "&port=5432";
+  EXPECT_EQ(Outcome(Run({"reg", "--store", secret, "list", "Software\\Nothing"})),
+            Failure("qor: Not found: no key Software/Nothing in " + shown + "\n"));
+  std::string wrong = secret;
+  wrong.replace(wrong.find(PostgresServer::kSecretPassword), std::strlen(PostgresServer::kSecretPassword),
+                "Wrong-Pa55");
+  const QorResult refused = Run({"reg", "--store", wrong, "list", "Software"});
+  EXPECT_NE(refused.status, 0);
+  EXPECT_EQ(refused.err.find("Wrong-Pa55"), std::string::npos) << refused.err;
+  EXPECT_NE(refused.err.find(shown), std::string::npos) << refused.err;
+}
+
 TEST_F(ServiceCommandsTest, StorageRoundTripAndListAgreeWithOlefile) {
   const std::string data = SampleData(300000, 13);
   const std::string single = dir.File("doc.cfb");
@@ -153,11 +290,65 @@ TEST_F(ServiceCommandsTest, StorageRoundTripAndListAgreeWithOlefile) {
   EXPECT_NE(theirs.find("alpha/Contents  5 bytes\n"), std::string::npos) << theirs;
   EXPECT_NE(list.find("alpha/\n"), std::string::npos) << list;
   EXPECT_EQ(SortedLines(list), SortedLines(theirs));
-  EXPECT_EQ(Outcome(Run({"storage", "get", dir.File("data"), "-"})),
-            Failure("qor: Unable to open file: " + dir.File("data") + "\n"));
+  EXPECT_EQ(
+      Outcome(Run({"storage", "get", dir.File("data"), "-"})),
+      Failure("qor: File contains invalid encoding: " + dir.File("data") + " is not a sound compound document\n"));
+  EXPECT_EQ(Outcome(Run({"storage", "get", dir.File("absent"), "-"})),
+            Failure("qor: Unable to open file: " + dir.File("absent") + "\n"));
   EXPECT_EQ(
       Outcome(Run({"storage", "list", dir.File("data")})),
       Failure("qor: File contains invalid encoding: " + dir.File("data") + " is not a sound compound document\n"));
+}
+
+unsigned int Le32(const std::string& bytes, std::size_t at) {
+  return static_cast<unsigned char>(bytes[at]) | static_cast<unsigned char>(bytes[at + 1]) << 8 |
+         static_cast<unsigned char>(bytes[at + 2]) << 16 |
+         static_cast<unsigned int>(static_cast<unsigned char>(bytes[at + 3])) << 24;
+}
+
+TEST_F(ServiceCommandsTest, StorageGetNamesWhatIsMissingOrDamaged) {
+  // Storages only, no Contents of the document's own.
+  const std::string parts = dir.File("parts.cfb");
+  IStorage* root = IStorage::Open(Library(parts), true);
+  ASSERT_NE(root, nullptr);
+  IStorage* alpha = root->OpenStorage(Library("alpha"), true);
+  C_FILE(alpha, C_FILE::UPDATE).Write(5, "alpha");
+  alpha->Release();
+  ASSERT_TRUE(root->Commit(IStorage::COMMIT_DEFAULT));
+  root->Release();
+  ASSERT_FALSE(C_ERROR::Is());
+  EXPECT_EQ(Outcome(Run({"storage", "get", parts, "-"})),
+            Failure("qor: File not found: " + parts +
+                    " has no stream Contents in its root storage (see qor storage list)\n"));
+  // Contents shorter than any header, and empty.
+  const std::string small = dir.File("small.cfb");
+  Output({"storage", "put", small, Write("hello", "hello")});
+  EXPECT_EQ(Output({"storage", "get", small, "-"}), "hello");
+  Output({"storage", "put", small, "/dev/null"});
+  EXPECT_EQ(Output({"storage", "get", small, "-"}), "");
+
+  // A Contents whose chain of sectors loops: the directory still lists it.
+  const std::string damaged = dir.File("damaged.cfb");
+  Output({"storage", "put", damaged, Write("data", SampleData(5000, 3))});
+  std::string bytes = ReadWholeFile(damaged);
+  const std::size_t sectorSize = std::size_t(1) << (static_cast<unsigned char>(bytes[0x1E]));
+  const std::size_t directory = (Le32(bytes, 0x30) + 1) * sectorSize;
+  const std::size_t table = (Le32(bytes, 0x4C) + 1) * sectorSize;
+  const std::string name = "C\0o\0n\0t\0e\0n\0t\0s\0"s;
+  std::size_t entry = directory;
+  while (entry < bytes.size() && bytes.compare(entry, name.size(), name) != 0) entry += 128;
+  ASSERT_LT(entry, bytes.size());
+  const unsigned int start = Le32(bytes, entry + 0x74);
+  const unsigned int next = Le32(bytes, table + 4 * start);
+  ASSERT_LT(next, 0xFFFFFFFAu);
+  for (int i = 0; i < 4; ++i) bytes[table + 4 * next + i] = static_cast<char>(start >> (8 * i));  // back to the first
+  WriteWholeFile(damaged, bytes);
+  EXPECT_EQ(Output({"storage", "list", damaged}), "Contents  5000 bytes\n");
+  const QorResult refused = Run({"storage", "get", damaged, "-"});
+  EXPECT_EQ(Outcome(refused), Failure("qor: Unable to read file: " + damaged +
+                                      ": the stream Contents cannot be read: its chain of sectors runs in a loop at "
+                                      "sector " +
+                                      std::to_string(start) + "\n"));
 }
 
 TEST_F(ServiceCommandsTest, SerialReadAndSendTalkToTheInstrument) {

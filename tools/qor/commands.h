@@ -10,7 +10,8 @@
 namespace qor {
 
 // Block-compressed files.
-bool Pack(const std::string& in, const std::string& out, bool replace);
+// jobs: threads compressing blocks (1: the writing thread alone).
+bool Pack(const std::string& in, const std::string& out, bool replace, int jobs);
 bool Unpack(const std::string& in, const std::string& out, bool replace);
 // length < 0: up to the end.
 bool Cat(const std::string& file, long long offset, long long length);
@@ -33,9 +34,13 @@ bool RsaDecrypt(const std::string& key, const std::string& in, const std::string
 bool LockStatus(const std::string& document);
 bool LockClearStale(const std::string& document, bool yes);
 
-// Settings: a store file given by path, or the conventional user or machine store.
+// Settings: the user's and the machine's stores (files given by path, else
+// the conventional ones). Key paths begin with a root name
+// (HKEY_CURRENT_USER, HKEY_LOCAL_MACHINE, HKEY_CLASSES_ROOT); without one
+// they are under the user's root, or the machine's with `machine`.
 struct RegStore {
-  std::string path;
+  std::string userPath;
+  std::string machinePath;
   bool machine = false;
 };
 bool RegList(const RegStore& store, const std::string& key);

@@ -135,7 +135,9 @@ std::string Ratio(long long packed, long long data) {
 
 }  // namespace
 
-bool Pack(const std::string& in, const std::string& out, bool replace) {
+bool Pack(const std::string& in, const std::string& out, bool replace, int jobs) {
+  // The workers are chosen when the output opens and serve that file alone.
+  CfileCompressThreads = jobs;
   Input input;
   Output output;
   if (!input.Open(in) || !output.Open(out, replace, Output::kCompressedFile)) return false;
@@ -145,12 +147,13 @@ bool Pack(const std::string& in, const std::string& out, bool replace) {
   while (got == kChunkSize) {
     if (!input.Read(kChunkSize, chunk.data(), &got)) return false;
     if (got == 0) break;
-    // One block per write into an empty buffer, ended at once by the flush.
-    // The in-place writer keeps an old behaviour: a write that crosses the
-    // end of its block buffer loses the bytes that filled the buffer. Such
-    // writes never cross it.
+    // Whole blocks only, and no flush between them, so that the workers
+    // always have blocks to compress. The in-place writer keeps an old
+    // behaviour: a write that crosses the end of its block buffer loses the
+    // bytes that filled the buffer. A write of one whole block into a full
+    // or empty buffer fills nothing, so it loses nothing: every block but
+    // the last holds a full block, as when each was flushed.
     output.File()->Write(got, chunk.data());
-    output.File()->Flush();
     if (C_ERROR::Is()) return false;
     progress.Advance(got);
   }

@@ -4,7 +4,6 @@
 // the library's file form of the bytes: lines of 80 printable characters.
 // The file form carries no length of its own, so the header keeps it.
 #include <algorithm>
-#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -92,18 +91,32 @@ bool Unshield(const std::string& in, const std::string& out, bool replace) {
 }
 
 int PrintChecksums(Checksum kind, const std::vector<std::string>& files) {
+  const auto sumOf = [kind](int size, const void* data, unsigned int start) {
+    return kind == Checksum::kCrc32 ? CchecksumCRC(size, data, start) : CchecksumAdler(size, data, start);
+  };
   int result = kExitSuccess;
-  std::vector<unsigned char> data;
+  std::vector<unsigned char> chunk(kChunkSize);
   for (const std::string& name : files) {
     Input input;
-    // The library's checksums take the whole data in one call.
-    if (!input.Open(name) || !input.ReadAll(INT_MAX, &data)) {
+    if (!input.Open(name)) {
       result = ReportPendingFailure();
       continue;
     }
-    const int size = static_cast<int>(data.size());
-    const unsigned int sum =
-        kind == Checksum::kCrc32 ? CchecksumCRC(size, data.data()) : CchecksumAdler(size, data.data());
+    // The sum goes on chunk after chunk: any size of input takes the same
+    // little memory. A null pointer gives the sum's initial value.
+    unsigned int sum = sumOf(0, nullptr, 0);
+    Progress progress(input.Shown(), input.Size());
+    bool read = true;
+    for (int got = kChunkSize; read && got == kChunkSize;) {
+      read = input.Read(kChunkSize, chunk.data(), &got);
+      if (read) sum = sumOf(got, chunk.data(), sum);
+      progress.Advance(got);
+    }
+    if (!read) {
+      AddContextToPending(input.Shown());
+      result = ReportPendingFailure();
+      continue;
+    }
     std::printf("%08x  %s\n", sum, name.c_str());
   }
   return result;

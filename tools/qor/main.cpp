@@ -8,6 +8,7 @@
 #include <io.h>
 #endif
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "commands.h"
@@ -38,6 +39,13 @@ CLI::App* AddForce(CLI::App* command, bool* replace) {
   return command;
 }
 
+// One compressing thread per processor, as far as the library takes them.
+int DefaultJobs() {
+  const unsigned int processors = std::thread::hardware_concurrency();
+  if (processors == 0) return 1;
+  return processors > 64 ? 64 : static_cast<int>(processors);
+}
+
 int Run(int argc, char** argv) {
   CLI::App app{"Works with the files and services of the qorc library.", "qor"};
   app.set_version_flag("--version", "qor " QOR_VERSION " (qorc library " QOR_VERSION ")");
@@ -60,6 +68,10 @@ int Run(int argc, char** argv) {
   pack->add_option("IN", in, "File to compress (- for standard input)")->required();
   pack->add_option("OUT", out, "Compressed file to write (- for standard output)")->required();
   AddForce(pack, &replace);
+  int jobs = DefaultJobs();
+  pack->add_option("-j,--jobs", jobs, "Threads compressing blocks (the file is the same for every count)")
+      ->capture_default_str()
+      ->check(CLI::Range(1, 64));
 
   CLI::App* unpack = app.add_subcommand("unpack", "Decompress a compressed file, checking every block");
   unpack->add_option("IN", in, "Compressed file (- for standard input)")->required();
@@ -135,15 +147,25 @@ int Run(int argc, char** argv) {
   std::string entry;
   CLI::App* reg = app.add_subcommand("reg", "Settings keys: list, read, export and import (.reg files)");
   reg->require_subcommand(1);
-  reg->add_option("--store", store.path,
-                  "Settings store file (default: the user's settings, in the registry on Windows)");
-  reg->add_flag("--machine", store.machine, "The machine's conventional store instead of the user's");
+  reg->add_option("--store", store.userPath,
+                  "The user's settings store, HKEY_CURRENT_USER: a file or a postgresql:// URI (default: the user's "
+                  "conventional store; on Windows the registry)");
+  reg->add_option("--machine-store", store.machinePath,
+                  "The machine's settings store, HKEY_LOCAL_MACHINE: a file or a postgresql:// URI (default: the "
+                  "machine's conventional store; on Windows the registry)");
+  reg->add_flag("--machine", store.machine, "Key paths without a root name are under HKEY_LOCAL_MACHINE");
+  reg->footer(
+      "KEY is a path with \\ or /, beginning with HKEY_CURRENT_USER, HKEY_LOCAL_MACHINE or HKEY_CLASSES_ROOT\n"
+      "(HKEY_LOCAL_MACHINE\\Software\\Classes); a root alone is the whole store. Without a root name the path\n"
+      "is under HKEY_CURRENT_USER (HKEY_LOCAL_MACHINE with --machine). import stores each section of the file\n"
+      "in the store of its root.");
   CLI::App* regList = reg->add_subcommand("list", "List the subkeys (ending in \\) and the entries of KEY");
   CLI::App* regGet = reg->add_subcommand("get", "Print an entry of KEY as a .reg file shows it");
   CLI::App* regExport = reg->add_subcommand("export", "Write KEY and everything under it to a .reg file");
-  CLI::App* regImport = reg->add_subcommand("import", "Store the keys and entries of a .reg file");
+  CLI::App* regImport =
+      reg->add_subcommand("import", "Store the keys and entries of a .reg file, each in the store of its root");
   for (CLI::App* command : {regList, regGet, regExport}) {
-    command->add_option("KEY", regKey, "Key path, with \\ or /")->required();
+    command->add_option("KEY", regKey, "Key path, with \\ or /, perhaps beginning with a root name")->required();
   }
   regGet->add_option("ENTRY", entry, "Entry name (empty: the default entry)")->required();
   regExport->add_option("FILE", file, "The .reg file to write")->required();
@@ -194,7 +216,7 @@ int Run(int argc, char** argv) {
   if (*crc) return qor::PrintChecksums(qor::Checksum::kCrc32, files);
   if (*adler) return qor::PrintChecksums(qor::Checksum::kAdler32, files);
   bool done = false;
-  if (*pack) done = qor::Pack(in, out, replace);
+  if (*pack) done = qor::Pack(in, out, replace, jobs);
   if (*unpack) done = qor::Unpack(in, out, replace);
   if (*cat) done = qor::Cat(file, offset, length);
   if (*info) done = qor::Info(file, listBlocks);

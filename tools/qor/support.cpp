@@ -63,6 +63,31 @@ void RegisterStaged(const std::string& path) {
   }
 }
 
+// The name the user knows for each temporary file of this run. Messages
+// name that, never the temporary, which may be gone by the time a failure is
+// printed.
+std::vector<std::pair<std::string, std::string>>& ShownNames() {
+  static std::vector<std::pair<std::string, std::string>> names;
+  return names;
+}
+
+void RememberShownName(const std::string& temporary, const std::string& shown) {
+  ShownNames().emplace_back(temporary, shown);
+}
+
+// A failure's extra text as the user should read it: "/" paths, and the
+// user's names in place of temporary ones.
+std::string ShownExtra(const C_STRING& text) {
+  std::string extra = SystemPath(Utf8(text));
+  for (const auto& [temporary, shown] : ShownNames()) {
+    for (std::size_t at = extra.find(temporary); at != std::string::npos;
+         at = extra.find(temporary, at + shown.size())) {
+      extra.replace(at, temporary.size(), shown);
+    }
+  }
+  return extra;
+}
+
 void UnregisterStaged(const std::string& path) {
   for (int i = 0; i < kMaxStaged; ++i) {
     if (stagedUsed[i] != 0 && path == stagedPaths[i]) stagedUsed[i] = 0;
@@ -154,7 +179,7 @@ int reportedFailures = 0;
 void PrintReport(const C_STRING& key, const C_STRING& text) {
   std::string sentence = Utf8(key);
   if (sentence.compare(0, sizeof kKeyPrefix - 1, kKeyPrefix) == 0) sentence.erase(0, sizeof kKeyPrefix - 1);
-  const std::string extra = SystemPath(Utf8(text));
+  const std::string extra = ShownExtra(text);
   if (extra.empty()) {
     std::fprintf(stderr, "qor: %s\n", sentence.c_str());
   } else {
@@ -179,7 +204,7 @@ int ReportPendingFailure() {
   C_ERROR::Hide(true);
   std::string sentence = Utf8(pending->GetKey());
   if (sentence.compare(0, sizeof kKeyPrefix - 1, kKeyPrefix) == 0) sentence.erase(0, sizeof kKeyPrefix - 1);
-  const std::string extra = SystemPath(Utf8(C_ERROR::GetPendingExtra()));
+  const std::string extra = ShownExtra(C_ERROR::GetPendingExtra());
   C_ERROR::ClearPending();
   C_ERROR::Hide(false);
   if (extra.empty()) {
@@ -228,10 +253,11 @@ bool StagedFile::Begin(const std::string& target, bool replace) {
   replace_ = replace;
   temporary_ = (where.parent_path() / name).string();
   RegisterStaged(temporary_);
+  RememberShownName(temporary_, target);
   return true;
 }
 
-bool StagedFile::BeginScratch() {
+bool StagedFile::BeginScratch(const std::string& shown) {
   // Names of the tool's own, unique to the process: the library's temporary
   // names are handed out first-free without being reserved, so a scratch file
   // under one could take the name that another program is about to create.
@@ -240,6 +266,7 @@ bool StagedFile::BeginScratch() {
   if (directory.empty()) return Fail(CerrFileCannotCreateTemporary, "no temporary directory");
   temporary_ = directory + "qor-" + std::to_string(getpid()) + "-" + std::to_string(++scratchFiles) + ".tmp";
   RegisterStaged(temporary_);
+  RememberShownName(temporary_, shown);
   return true;
 }
 
@@ -280,7 +307,7 @@ bool Input::Open(const std::string& name) {
 bool Input::OpenAsFile(const std::string& name) {
   if (!IsStandardStream(name)) return Open(name);
   name_ = name;
-  if (!spool_.BeginScratch()) return false;
+  if (!spool_.BeginScratch(Shown())) return false;
   {
     C_FILE copy(LibraryText(spool_.Path()), C_FILE::WRITE, C_FILE::BINARY);
     std::vector<unsigned char> chunk(kChunkSize);
@@ -341,7 +368,7 @@ bool Output::Open(const std::string& name, bool replace, Kind kind) {
   name_ = name;
   if (IsStandardStream(name)) {
     if (kind == kBytes) return true;
-    if (!staged_.BeginScratch()) return false;
+    if (!staged_.BeginScratch("standard output")) return false;
   } else if (!staged_.Begin(name, replace)) {
     return false;
   }

@@ -71,11 +71,12 @@ class StagedFile {
   StagedFile(const StagedFile&) = delete;
   StagedFile& operator=(const StagedFile&) = delete;
   // A temporary name beside the target (so that the rename stays on one file
-  // system). False with the error pending when the target exists and may
-  // not be replaced.
+  // system); failures on it are told as failures on the target. False with the error pending when the target exists and
+  // may not be replaced.
   bool Begin(const std::string& target, bool replace);
   // A name in the temporary directory for a scratch file, never committed.
-  bool BeginScratch();
+  // Failures on it are told as failures on `shown`.
+  bool BeginScratch(const std::string& shown);
   const std::string& Path() const { return temporary_; }
   bool Commit();
 

@@ -95,7 +95,12 @@ bool ReplaceFile(const char16_t* from, const char16_t* to) {
   try {
     const std::string source = posix::NativePath(from);
     const std::string target = posix::NativePath(to);
-    return !source.empty() && !target.empty() && ::rename(source.c_str(), target.c_str()) == 0;
+    if (source.empty() || target.empty()) return false;
+    // rename ignores the target's permissions; a read-only target is kept,
+    // as the read-only attribute keeps a file from being replaced.
+    struct stat status;
+    if (::stat(target.c_str(), &status) == 0 && (status.st_mode & (S_IWUSR | S_IWGRP | S_IWOTH)) == 0) return false;
+    return ::rename(source.c_str(), target.c_str()) == 0;
   } catch (const std::bad_alloc&) {
     return false;
   }

@@ -16,11 +16,29 @@
 
 namespace qorc::platform {
 
+namespace {
+
+bool OpensForWriting(const char* mode) { return std::strpbrk(mode, "wa+") != nullptr; }
+
+// A file without write permission is read-only for every user: root too is
+// refused, before the open would truncate it.
+bool IsReadOnlyFile(const std::string& name) {
+  struct stat status;
+  return ::stat(name.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
+         (status.st_mode & (S_IWUSR | S_IWGRP | S_IWOTH)) == 0;
+}
+
+}  // namespace
+
 std::FILE* OpenStream(const char16_t* path, const char* mode) {
   try {
     const std::string name = posix::NativePath(path);
     if (name.empty()) {
       errno = ENOENT;
+      return nullptr;
+    }
+    if (OpensForWriting(mode) && IsReadOnlyFile(name)) {
+      errno = EACCES;
       return nullptr;
     }
     return ::fopen64(name.c_str(), mode);

@@ -1,10 +1,12 @@
 // Process facts on POSIX: the host name, the effective user's login name,
 // the process id, and what /proc tells about another process.
+#include <pthread.h>
 #include <pwd.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -128,7 +130,27 @@ bool UserName(std::u16string* out) {
   }
 }
 
-unsigned long CurrentProcessId() { return static_cast<unsigned long>(::getpid()); }
+namespace {
+
+// The id is asked once per process: the settings stores ask for it at every
+// operation, and getpid is a system call. A child made by fork forgets the
+// parent's id before it runs anything else.
+std::atomic<unsigned long> g_processId{0};
+void ForgetProcessId() { g_processId.store(0, std::memory_order_relaxed); }
+
+}  // namespace
+
+unsigned long CurrentProcessId() {
+  static const bool watchingForks = ::pthread_atfork(nullptr, nullptr, ForgetProcessId) == 0;
+  unsigned long id = g_processId.load(std::memory_order_relaxed);
+  if (id == 0 || !watchingForks) {
+    id = static_cast<unsigned long>(::getpid());
+    if (watchingForks) g_processId.store(id, std::memory_order_relaxed);
+  }
+  return id;
+}
+
+void CallBeforeEachFork(void (*prepare)()) { ::pthread_atfork(prepare, nullptr, nullptr); }
 
 ProcessState ProcessOfUser(unsigned long id, const std::u16string& user) {
   try {

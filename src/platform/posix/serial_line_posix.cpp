@@ -12,6 +12,8 @@
 #include <poll.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -191,9 +193,37 @@ bool RaiseDtrRts(int fd) {
   return errno == ENOTTY || errno == EINVAL;
 }
 
-bool SameLine(const struct termios2& wanted, const struct termios2& got) {
-  if ((wanted.c_cflag & kLineBits) != (got.c_cflag & kLineBits)) return false;
-  return (wanted.c_cflag & CBAUD) != BOTHER || wanted.c_ospeed == got.c_ospeed;
+// The settings asked for that the line does not show.
+unsigned UntakenSettings(const struct termios2& wanted, const struct termios2& got) {
+  unsigned untaken = 0;
+  const auto differ = [&](tcflag_t bits) { return (wanted.c_cflag & bits) != (got.c_cflag & bits); };
+  if (differ(CBAUD | (CBAUD << IBSHIFT)) || ((wanted.c_cflag & CBAUD) == BOTHER && wanted.c_ospeed != got.c_ospeed)) {
+    untaken |= kSerialRate;
+  }
+  if (differ(CSIZE)) untaken |= kSerialDataBits;
+  if (differ(PARENB | PARODD | CMSPAR)) untaken |= kSerialParity;
+  if (differ(CSTOPB)) untaken |= kSerialStopBits;
+  if (differ(CRTSCTS) || (wanted.c_iflag & (IXON | IXOFF)) != (got.c_iflag & (IXON | IXOFF))) {
+    untaken |= kSerialFlowControl;
+  }
+  return untaken;
+}
+
+// The device numbers of pseudo-terminals, fixed by the kernel: BSD masters
+// and slaves, Unix98 masters and slaves.
+constexpr unsigned kBsdPtyMasterMajor = 2;
+constexpr unsigned kBsdPtySlaveMajor = 3;
+constexpr unsigned kUnix98PtyMasterMajor = 128;
+constexpr unsigned kUnix98PtySlaveMajor = 136;
+constexpr unsigned kUnix98PtyMajorCount = 8;
+
+bool IsPseudoTerminal(int fd) {
+  struct stat status;
+  if (::fstat(fd, &status) != 0 || !S_ISCHR(status.st_mode)) return false;
+  const unsigned kind = major(status.st_rdev);
+  return kind == kBsdPtyMasterMajor || kind == kBsdPtySlaveMajor ||
+         (kind >= kUnix98PtyMasterMajor && kind < kUnix98PtyMasterMajor + kUnix98PtyMajorCount) ||
+         (kind >= kUnix98PtySlaveMajor && kind < kUnix98PtySlaveMajor + kUnix98PtyMajorCount);
 }
 
 }  // namespace
@@ -219,28 +249,34 @@ void CloseSerialLine(SerialLine line) {
   ::close(line);
 }
 
-SerialSetup ConfigureSerialLine(SerialLine line, unsigned int baud, int parity, int stop) {
+SerialOutcome ConfigureSerialLine(SerialLine line, unsigned int baud, int parity, int stop) {
+  SerialOutcome outcome;
   struct termios2 settings;
-  if (::ioctl(line, TCGETS2, &settings) != 0) return SerialSetup::CannotGetState;
+  if (::ioctl(line, TCGETS2, &settings) != 0) return outcome;
+  outcome.setup = SerialSetup::CannotSetState;
   tcflag_t parityFlags = 0;
   tcflag_t stopFlags = 0;
-  if (baud == 0 || !ParityFlags(parity, &parityFlags) || !StopFlags(stop, &stopFlags)) {
-    return SerialSetup::CannotSetState;
-  }
+  if (baud == 0 || !ParityFlags(parity, &parityFlags) || !StopFlags(stop, &stopFlags)) return outcome;
   const tcflag_t rate = RateCode(baud);
   settings.c_cflag &= ~kLineBits;
   settings.c_cflag |= rate | CS8 | parityFlags | stopFlags | CREAD | CLOCAL;
   settings.c_ispeed = baud;
   settings.c_ospeed = baud;
   MakeRaw(&settings);
-  if (::ioctl(line, TCSETS2, &settings) != 0) return SerialSetup::CannotSetState;
+  if (::ioctl(line, TCSETS2, &settings) != 0) return outcome;
   // The driver takes what it can and stays silent about the rest (a
   // pseudo-terminal, for one, carries no parity and drops it). What it took
   // stays: the next opening sets every field again.
   struct termios2 applied;
-  if (::ioctl(line, TCGETS2, &applied) != 0) return SerialSetup::CannotGetState;
-  if (!SameLine(settings, applied)) return SerialSetup::CannotSetState;
-  return RaiseDtrRts(line) ? SerialSetup::Done : SerialSetup::CannotSetState;
+  if (::ioctl(line, TCGETS2, &applied) != 0) {
+    outcome.setup = SerialSetup::CannotGetState;
+    return outcome;
+  }
+  if (!RaiseDtrRts(line)) return outcome;
+  outcome.setup = SerialSetup::Done;
+  outcome.untaken = UntakenSettings(settings, applied);
+  outcome.isVirtual = IsPseudoTerminal(line);
+  return outcome;
 }
 
 bool WriteSerialLine(SerialLine line, const char* bytes, int count) {

@@ -15,7 +15,10 @@
 // the death of the writing process, and a process killed in the middle of a
 // write leaves the database as it was before that write. Writers of other
 // processes wait for each other through the busy time-out.
-#include <pthread.h>
+//
+// Handles are process-wide and outlive fork: a child made by fork goes on
+// using its parent's handles, each naming the same key, through a connection
+// of its own that it opens from the same file on first use.
 #include <sqlite3.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -31,19 +34,18 @@
 #include <vector>
 
 #include "platform/posix/native_path.h"
-#include "platform/settings_store.h"
-#include "platform/text.h"
+#include "platform/process.h"
+#include "platform/process_bound.h"
+#include "platform/settings_backend.h"
 
 namespace qorc::platform::posix {
 
 // "qorc" in ASCII: marks a database as a settings store.
 constexpr int kStoreApplicationId = 0x716F7263;
 constexpr int kStoreSchemaVersion = 1;
-constexpr sqlite3_int64 kTopKeyId = 1;
+constexpr sqlite3_int64 kTopKeyId = kTopSettingsKeyId;
 // How long a writer waits for the writers of other processes.
 constexpr int kBusyTimeoutMs = 10000;
-// The longest name of one key, as on Windows.
-constexpr std::size_t kMaxKeyNameLength = 255;
 
 enum Statement {
   kFindChild,
@@ -94,54 +96,37 @@ const char* const kSchema =
     "PRAGMA application_id = 1903129187;"
     "PRAGMA user_version = 1;";
 
-// A database connection belongs to the process that opened it: a child made
-// by fork neither uses nor closes its parent's connections, and opens the
-// store again instead.
-pid_t CurrentProcess();
-
-struct Store {
-  pid_t owner = CurrentProcess();
+// One process's connection to a store file, with what it has learnt.
+struct Connection {
   sqlite3* db = nullptr;
-  dev_t device = 0;
-  ino_t inode = 0;
-  C_REGKEY::STORE_KEY* top = nullptr;
   sqlite3_stmt* statements[kStatementCount] = {};
   // Key ids by parent id and folded name, as this connection found them.
   std::unordered_map<std::string, sqlite3_int64> children;
 
-  ~Store() {
+  ~Connection() {
     for (sqlite3_stmt* statement : statements) sqlite3_finalize(statement);
     sqlite3_close_v2(db);
   }
 };
 
-}  // namespace qorc::platform::posix
-
-struct C_REGKEY::STORE_KEY {
-  qorc::platform::posix::Store* store;
-  sqlite3_int64 id;
-  unsigned access;
-  std::u16string path;  // from the top of the store, as it was opened
+// A store file, with the handles on it. The handles are process-wide and a
+// child made by fork goes on using its parent's; the connection belongs to
+// one process, and a child opens the file again on first use.
+struct Store {
+  std::string file;  // absolute, so that a child finds it whatever its directory
+  dev_t device = 0;
+  ino_t inode = 0;
+  C_REGKEY::STORE_KEY* top = nullptr;
+  ProcessBound<Connection> connection;
 };
+
+// The store a key of this back-end belongs to.
+inline Store* StoreOf(const SettingsKey* key) { return static_cast<Store*>(key->store); }
+
+}  // namespace qorc::platform::posix
 
 namespace qorc::platform {
 namespace posix {
-
-// The process id, kept up to date in children made by fork (asking the
-// system at every call would cost a system call per operation).
-namespace {
-pid_t g_process = 0;
-void RememberChildProcess() { g_process = getpid(); }
-}  // namespace
-
-pid_t CurrentProcess() {
-  if (g_process == 0) {
-    pthread_atfork(nullptr, nullptr, RememberChildProcess);
-    g_process = getpid();
-  }
-  return g_process;
-}
-
 namespace {
 
 // The stores and handles stay until Cclose; they are never destroyed with
@@ -171,37 +156,42 @@ SettingsKey* NewKey(Store* store, sqlite3_int64 id, unsigned access, const std::
   return key;
 }
 
-bool IsLive(const SettingsKey* key) {
-  return key != nullptr && LiveKeys().count(key) != 0 && key->store->owner == CurrentProcess();
+bool IsLive(const SettingsKey* key) { return key != nullptr && LiveKeys().count(key) != 0; }
+
+// Connections at rest are closed just before a fork, and opened again on
+// first use, in the parent as in the child. SQLite keeps the record of the
+// locks a process holds on a file in the process's memory: a child that
+// inherited the parent's record would believe it holds the parent's locks
+// when it opens the file again, and would not take them for itself. A
+// connection in the middle of a batch stays open; the child lets go of it.
+void CloseConnectionsAtRest() {
+  for (const std::unique_ptr<Store>& store : Stores()) {
+    const Connection* connection = store->connection.Get();
+    if (connection != nullptr && sqlite3_get_autocommit(connection->db) != 0) store->connection.Release();
+  }
 }
 
-std::string NameBytes(const std::u16string& name) {
-  std::string bytes(name.size() * 2, '\0');
-  for (std::size_t i = 0; i < name.size(); ++i) {
-    bytes[2 * i] = static_cast<char>(name[i] & 0xFF);
-    bytes[2 * i + 1] = static_cast<char>(name[i] >> 8);
+std::unique_ptr<Connection> OpenConnection(const std::string& file, dev_t device, ino_t inode);
+
+// The calling process's connection to the key's store, opened again from
+// the same file on first use in a process made by fork. Null for a handle
+// that is not live or a store that can no longer be opened.
+Connection* Connect(const SettingsKey* key) {
+  if (!IsLive(key)) return nullptr;
+  Store* store = StoreOf(key);
+  try {
+    return store->connection.Acquire([store] { return OpenConnection(store->file, store->device, store->inode); });
+  } catch (const std::bad_alloc&) {
+    return nullptr;
   }
-  return bytes;
 }
 
-std::string FoldBytes(const std::u16string& name) {
-  std::string bytes(name.size() * 2, '\0');
-  for (std::size_t i = 0; i < name.size(); ++i) {
-    const char16_t upper = CharToUpper(name[i]);
-    bytes[2 * i] = static_cast<char>(upper >> 8);
-    bytes[2 * i + 1] = static_cast<char>(upper & 0xFF);
-  }
-  return bytes;
-}
+std::string NameBytes(const std::u16string& name) { return SettingsNameBytes(name); }
+std::string FoldBytes(const std::u16string& name) { return SettingsFoldBytes(name); }
 
 std::u16string NameFromColumn(sqlite3_stmt* statement, int column) {
   const unsigned char* bytes = static_cast<const unsigned char*>(sqlite3_column_blob(statement, column));
-  const int size = sqlite3_column_bytes(statement, column);
-  std::u16string name(static_cast<std::size_t>(size / 2), u'\0');
-  for (std::size_t i = 0; i < name.size(); ++i) {
-    name[i] = static_cast<char16_t>(bytes[2 * i] | (bytes[2 * i + 1] << 8));
-  }
-  return name;
+  return SettingsNameFromBytes(bytes, static_cast<std::size_t>(sqlite3_column_bytes(statement, column)));
 }
 
 void BindBytes(sqlite3_stmt* statement, int index, const std::string& bytes) {
@@ -211,7 +201,7 @@ void BindBytes(sqlite3_stmt* statement, int index, const std::string& bytes) {
 // A prepared statement of the store, reset and unbound when the use ends.
 class Use {
  public:
-  Use(Store* store, Statement which) : statement_(Prepare(store, which)) {}
+  Use(Connection* connection, Statement which) : statement_(Prepare(connection, which)) {}
   ~Use() {
     if (statement_ != nullptr) {
       sqlite3_reset(statement_);
@@ -225,10 +215,10 @@ class Use {
   explicit operator bool() const { return statement_ != nullptr; }
 
  private:
-  static sqlite3_stmt* Prepare(Store* store, Statement which) {
-    sqlite3_stmt*& statement = store->statements[which];
+  static sqlite3_stmt* Prepare(Connection* connection, Statement which) {
+    sqlite3_stmt*& statement = connection->statements[which];
     if (statement == nullptr) {
-      sqlite3_prepare_v3(store->db, kStatementTexts[which], -1, SQLITE_PREPARE_PERSISTENT, &statement, nullptr);
+      sqlite3_prepare_v3(connection->db, kStatementTexts[which], -1, SQLITE_PREPARE_PERSISTENT, &statement, nullptr);
     }
     return statement;
   }
@@ -240,9 +230,9 @@ class Use {
 // a batch, which then holds it.
 class Transaction {
  public:
-  explicit Transaction(Store* store, bool needed = true)
-      : store_(store), own_(needed && sqlite3_get_autocommit(store->db) != 0) {
-    if (own_) begun_ = sqlite3_exec(store_->db, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) == SQLITE_OK;
+  explicit Transaction(Connection* connection, bool needed = true)
+      : connection_(connection), own_(needed && sqlite3_get_autocommit(connection->db) != 0) {
+    if (own_) begun_ = sqlite3_exec(connection_->db, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) == SQLITE_OK;
   }
   ~Transaction() {
     if (own_ && begun_) Rollback();
@@ -254,7 +244,7 @@ class Transaction {
   bool Commit() {
     if (!own_) return true;
     begun_ = false;
-    if (sqlite3_exec(store_->db, "COMMIT", nullptr, nullptr, nullptr) == SQLITE_OK) return true;
+    if (sqlite3_exec(connection_->db, "COMMIT", nullptr, nullptr, nullptr) == SQLITE_OK) return true;
     Rollback();
     return false;
   }
@@ -262,18 +252,18 @@ class Transaction {
  private:
   // Key ids found or made inside the change are void with it.
   void Rollback() {
-    sqlite3_exec(store_->db, "ROLLBACK", nullptr, nullptr, nullptr);
-    store_->children.clear();
+    sqlite3_exec(connection_->db, "ROLLBACK", nullptr, nullptr, nullptr);
+    connection_->children.clear();
   }
 
-  Store* store_;
+  Connection* connection_;
   bool own_;
   bool begun_ = false;
 };
 
 // The child of `parent` named `name`: Ok with its id, NotFound, or Failed.
-SettingsResult FindChild(Store* store, sqlite3_int64 parent, const std::string& fold, sqlite3_int64* id) {
-  Use find(store, kFindChild);
+SettingsResult FindChild(Connection* connection, sqlite3_int64 parent, const std::string& fold, sqlite3_int64* id) {
+  Use find(connection, kFindChild);
   if (!find) return SettingsResult::Failed;
   sqlite3_bind_int64(find.get(), 1, parent);
   BindBytes(find.get(), 2, fold);
@@ -285,59 +275,49 @@ SettingsResult FindChild(Store* store, sqlite3_int64 parent, const std::string& 
   return rc == SQLITE_DONE ? SettingsResult::NotFound : SettingsResult::Failed;
 }
 
-SettingsResult InsertKey(Store* store, sqlite3_int64 parent, const std::u16string& name, sqlite3_int64* id) {
-  Use insert(store, kInsertKey);
+SettingsResult InsertKey(Connection* connection, sqlite3_int64 parent, const std::u16string& name, sqlite3_int64* id) {
+  Use insert(connection, kInsertKey);
   if (!insert) return SettingsResult::Failed;
   sqlite3_bind_int64(insert.get(), 1, parent);
   BindBytes(insert.get(), 2, NameBytes(name));
   BindBytes(insert.get(), 3, FoldBytes(name));
   if (sqlite3_step(insert.get()) != SQLITE_DONE) return SettingsResult::Failed;
-  *id = sqlite3_last_insert_rowid(store->db);
+  *id = sqlite3_last_insert_rowid(connection->db);
   return SettingsResult::Ok;
 }
 
-// Splits a key path at "\"; false when a component is empty or too long.
 bool SplitKeyPath(const std::u16string& path, std::vector<std::u16string>* parts) {
-  if (path.empty()) return true;
-  std::size_t start = 0;
-  for (;;) {
-    const std::size_t end = path.find(u'\\', start);
-    const std::size_t length = (end == std::u16string::npos ? path.size() : end) - start;
-    if (length == 0 || length > kMaxKeyNameLength) return false;
-    parts->push_back(path.substr(start, length));
-    if (end == std::u16string::npos) return true;
-    start = end + 1;
-  }
+  return SplitSettingsKeyPath(path, parts);
 }
 
 // Walks (and with `create` makes) the path from `id`. With `remembered`, ids
 // this connection found before are taken without asking the database.
-SettingsResult ResolvePath(Store* store, sqlite3_int64 id, const std::vector<std::u16string>& parts, bool create,
-                           bool remembered, sqlite3_int64* found) {
+SettingsResult ResolvePath(Connection* connection, sqlite3_int64 id, const std::vector<std::u16string>& parts,
+                           bool create, bool remembered, sqlite3_int64* found) {
   for (const std::u16string& part : parts) {
     const std::string fold = FoldBytes(part);
     std::string child_key(reinterpret_cast<const char*>(&id), sizeof id);
     child_key += fold;
     if (remembered) {
-      const auto known = store->children.find(child_key);
-      if (known != store->children.end()) {
+      const auto known = connection->children.find(child_key);
+      if (known != connection->children.end()) {
         id = known->second;
         continue;
       }
     }
     sqlite3_int64 child = 0;
-    SettingsResult result = FindChild(store, id, fold, &child);
-    if (result == SettingsResult::NotFound && create) result = InsertKey(store, id, part, &child);
+    SettingsResult result = FindChild(connection, id, fold, &child);
+    if (result == SettingsResult::NotFound && create) result = InsertKey(connection, id, part, &child);
     if (result != SettingsResult::Ok) return result;
-    store->children[child_key] = child;
+    connection->children[child_key] = child;
     id = child;
   }
   *found = id;
   return SettingsResult::Ok;
 }
 
-bool KeyExists(Store* store, sqlite3_int64 id) {
-  Use exists(store, kKeyExists);
+bool KeyExists(Connection* connection, sqlite3_int64 id) {
+  Use exists(connection, kKeyExists);
   if (!exists) return false;
   sqlite3_bind_int64(exists.get(), 1, id);
   return sqlite3_step(exists.get()) == SQLITE_ROW;
@@ -346,12 +326,12 @@ bool KeyExists(Store* store, sqlite3_int64 id) {
 // When the key's id no longer names a key, finds its path again; true when
 // the handle now names another id, so that the failed operation is worth
 // repeating.
-bool Refresh(SettingsKey* key) {
-  if (key->id == kTopKeyId || KeyExists(key->store, key->id)) return false;
+bool Refresh(Connection* connection, SettingsKey* key) {
+  if (key->id == kTopKeyId || KeyExists(connection, key->id)) return false;
   std::vector<std::u16string> parts;
   sqlite3_int64 id = 0;
   if (!SplitKeyPath(key->path, &parts) ||
-      ResolvePath(key->store, kTopKeyId, parts, false, false, &id) != SettingsResult::Ok) {
+      ResolvePath(connection, kTopKeyId, parts, false, false, &id) != SettingsResult::Ok) {
     return false;
   }
   key->id = id;
@@ -359,23 +339,24 @@ bool Refresh(SettingsKey* key) {
 }
 
 // The names of the key's subkeys or entries; NotFound when the key is gone.
-SettingsResult ListNames(SettingsKey* key, Statement which, std::vector<std::u16string>* names) {
+SettingsResult ListNames(Connection* connection, const SettingsKey* key, Statement which,
+                         std::vector<std::u16string>* names) {
   names->clear();
-  Use list(key->store, which);
+  Use list(connection, which);
   if (!list) return SettingsResult::Failed;
   sqlite3_bind_int64(list.get(), 1, key->id);
   int rc;
   while ((rc = sqlite3_step(list.get())) == SQLITE_ROW) names->push_back(NameFromColumn(list.get(), 0));
   if (rc != SQLITE_DONE) return SettingsResult::Failed;
-  return !names->empty() || KeyExists(key->store, key->id) ? SettingsResult::Ok : SettingsResult::NotFound;
+  return !names->empty() || KeyExists(connection, key->id) ? SettingsResult::Ok : SettingsResult::NotFound;
 }
 
 // Runs the operation, and once more when it failed because the key's id had
 // gone stale.
 template <typename Operation>
-SettingsResult OnFreshKey(SettingsKey* key, Operation operation) {
+SettingsResult OnFreshKey(Connection* connection, SettingsKey* key, Operation operation) {
   const SettingsResult result = operation();
-  if (result == SettingsResult::Ok || result == SettingsResult::Denied || !Refresh(key)) return result;
+  if (result == SettingsResult::Ok || result == SettingsResult::Denied || !Refresh(connection, key)) return result;
   return operation();
 }
 
@@ -424,16 +405,32 @@ bool CreateParentDirectories(const std::string& file) {
   return true;
 }
 
-Store* FindStore(dev_t device, ino_t inode) {
+// The store of the file at `absolute`. The path counts beside the file's
+// identity: a connection at rest is closed, and then nothing keeps the
+// number of a removed store file from going to a new file elsewhere.
+Store* FindStore(const std::string& absolute, dev_t device, ino_t inode) {
   for (const std::unique_ptr<Store>& store : Stores()) {
-    if (store->device == device && store->inode == inode && store->owner == CurrentProcess()) return store.get();
+    if (store->device == device && store->inode == inode && store->file == absolute) return store.get();
   }
   return nullptr;
 }
 
-std::unique_ptr<Store> OpenDatabase(const std::string& file) {
+// The file's absolute path with every link resolved; empty when it has none.
+std::string AbsolutePath(const std::string& file) {
+  char* absolute = realpath(file.c_str(), nullptr);
+  if (absolute == nullptr) return std::string();
+  std::string path(absolute);
+  std::free(absolute);
+  return path;
+}
+
+// Opens the database at `file` as a settings store. With a device and inode
+// given, the file must still be that one: a child opening its parent's
+// store again must not take up another database put in its place.
+std::unique_ptr<Connection> OpenConnection(const std::string& file, dev_t device, ino_t inode) {
   struct stat status;
   const bool exists = stat(file.c_str(), &status) == 0;
+  if (inode != 0 && (!exists || status.st_dev != device || status.st_ino != inode)) return nullptr;
   // Without write permission the store is read-only for every user, root
   // included, as the library treats read-only files everywhere; a store this
   // user may not write (another user's) is opened for reading too.
@@ -441,46 +438,64 @@ std::unique_ptr<Store> OpenDatabase(const std::string& file) {
       !exists || ((status.st_mode & (S_IWUSR | S_IWGRP | S_IWOTH)) != 0 && access(file.c_str(), W_OK) == 0);
   if (!exists && !CreateParentDirectories(file)) return nullptr;
 
-  std::unique_ptr<Store> store(new Store);
+  std::unique_ptr<Connection> connection(new Connection);
   const int flags =
       (writable ? SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE : SQLITE_OPEN_READONLY) | SQLITE_OPEN_NOFOLLOW;
-  if (sqlite3_open_v2(file.c_str(), &store->db, flags, nullptr) != SQLITE_OK) return nullptr;
-  sqlite3_extended_result_codes(store->db, 1);
-  sqlite3_busy_timeout(store->db, kBusyTimeoutMs);
-  if (sqlite3_exec(store->db, "PRAGMA foreign_keys = ON", nullptr, nullptr, nullptr) != SQLITE_OK) return nullptr;
+  sqlite3*& db = connection->db;
+  if (sqlite3_open_v2(file.c_str(), &db, flags, nullptr) != SQLITE_OK) return nullptr;
+  sqlite3_extended_result_codes(db, 1);
+  sqlite3_busy_timeout(db, kBusyTimeoutMs);
+  if (sqlite3_exec(db, "PRAGMA foreign_keys = ON", nullptr, nullptr, nullptr) != SQLITE_OK) return nullptr;
   if (writable) {
     sqlite3_stmt* journal = nullptr;
-    bool wal = sqlite3_prepare_v2(store->db, "PRAGMA journal_mode = WAL", -1, &journal, nullptr) == SQLITE_OK &&
+    bool wal = sqlite3_prepare_v2(db, "PRAGMA journal_mode = WAL", -1, &journal, nullptr) == SQLITE_OK &&
                sqlite3_step(journal) == SQLITE_ROW &&
                sqlite3_strnicmp(reinterpret_cast<const char*>(sqlite3_column_text(journal, 0)), "wal", 3) == 0;
     sqlite3_finalize(journal);
     if (!wal) return nullptr;
-    if (sqlite3_exec(store->db, "PRAGMA synchronous = NORMAL", nullptr, nullptr, nullptr) != SQLITE_OK) {
-      return nullptr;
-    }
+    if (sqlite3_exec(db, "PRAGMA synchronous = NORMAL", nullptr, nullptr, nullptr) != SQLITE_OK) return nullptr;
   }
-  if (!PrepareSchema(store->db, writable)) return nullptr;
-  if (stat(file.c_str(), &status) != 0) return nullptr;
+  if (!PrepareSchema(db, writable)) return nullptr;
+  return connection;
+}
+
+// The record of a store file opened now: where it is, which file it is, and
+// this process's connection to it.
+std::unique_ptr<Store> OpenStoreFile(const std::string& file) {
+  std::unique_ptr<Connection> connection = OpenConnection(file, 0, 0);
+  if (connection == nullptr) return nullptr;
+  std::unique_ptr<Store> store(new Store);
+  store->file = AbsolutePath(file);
+  struct stat status;
+  if (store->file.empty() || stat(store->file.c_str(), &status) != 0) return nullptr;
   store->device = status.st_dev;
   store->inode = status.st_ino;
+  store->connection.Adopt(std::move(connection));
   return store;
 }
 
 }  // namespace
 }  // namespace posix
 
+// The back-end's operations, with the contracts of the seam functions of the
+// same names.
+namespace sqlite {
+
 SettingsKey* OpenSettingsStore(const char16_t* path) {
   using namespace posix;
   try {
     const std::string file = NativePath(path);
     if (file.empty()) return nullptr;
+    const std::string absolute = AbsolutePath(file);
     struct stat status;
-    if (stat(file.c_str(), &status) == 0) {
-      if (Store* known = FindStore(status.st_dev, status.st_ino)) return known->top;
+    if (!absolute.empty() && stat(absolute.c_str(), &status) == 0) {
+      if (Store* known = FindStore(absolute, status.st_dev, status.st_ino)) return known->top;
     }
-    std::unique_ptr<Store> store = OpenDatabase(file);
+    static const bool closingBeforeForks = (CallBeforeEachFork(CloseConnectionsAtRest), true);
+    (void)closingBeforeForks;
+    std::unique_ptr<Store> store = OpenStoreFile(file);
     if (store == nullptr) return nullptr;
-    if (Store* known = FindStore(store->device, store->inode)) return known->top;
+    if (Store* known = FindStore(store->file, store->device, store->inode)) return known->top;
     store->top = NewKey(store.get(), kTopKeyId,
                         kSettingsQuery | kSettingsSet | kSettingsCreateSubkey | kSettingsEnumerate, std::u16string());
     if (store->top == nullptr) return nullptr;
@@ -495,9 +510,7 @@ void CloseAllSettingsStores() {
   using namespace posix;
   for (const SettingsKey* key : LiveKeys()) delete key;
   LiveKeys().clear();
-  for (std::unique_ptr<Store>& store : Stores()) {
-    if (store->owner != CurrentProcess()) store.release();
-  }
+  // Each store closes this process's connection and lets go of a parent's.
   Stores().clear();
 }
 
@@ -505,25 +518,25 @@ SettingsResult OpenSettingsKey(SettingsKey* parent, const std::u16string& path, 
                                SettingsKey** key) {
   using namespace posix;
   *key = nullptr;
-  if (!IsLive(parent)) return SettingsResult::Failed;
+  Connection* connection = Connect(parent);
+  if (connection == nullptr) return SettingsResult::Failed;
   try {
     std::vector<std::u16string> parts;
     if (!SplitKeyPath(path, &parts)) return SettingsResult::NotFound;
-    Store* store = parent->store;
     sqlite3_int64 id = 0;
     // Opening trusts the ids found before; creating asks the database, which
     // makes what is missing.
-    const SettingsResult result = OnFreshKey(parent, [&] {
-      Transaction change(store, create);
+    const SettingsResult result = OnFreshKey(connection, parent, [&] {
+      Transaction change(connection, create);
       if (!change.Begun()) return SettingsResult::Failed;
-      const SettingsResult resolved = ResolvePath(store, parent->id, parts, create, !create, &id);
+      const SettingsResult resolved = ResolvePath(connection, parent->id, parts, create, !create, &id);
       if (resolved != SettingsResult::Ok) return resolved;
       return change.Commit() ? SettingsResult::Ok : SettingsResult::Failed;
     });
     if (result != SettingsResult::Ok) return result;
     const std::u16string full =
         parent->path.empty() || path.empty() ? parent->path + path : parent->path + u'\\' + path;
-    *key = NewKey(store, id, access, full);
+    *key = NewKey(StoreOf(parent), id, access, full);
     return *key != nullptr ? SettingsResult::Ok : SettingsResult::Failed;
   } catch (const std::bad_alloc&) {
     return SettingsResult::Failed;
@@ -533,7 +546,7 @@ SettingsResult OpenSettingsKey(SettingsKey* parent, const std::u16string& path, 
 bool CloseSettingsKey(SettingsKey* key) {
   using namespace posix;
   if (!IsLive(key)) return false;
-  if (key == key->store->top) return true;
+  if (key == StoreOf(key)->top) return true;
   LiveKeys().erase(key);
   delete key;
   return true;
@@ -542,12 +555,13 @@ bool CloseSettingsKey(SettingsKey* key) {
 SettingsResult QuerySettingsEntry(SettingsKey* key, const std::u16string& name, unsigned* type,
                                   std::vector<unsigned char>* data) {
   using namespace posix;
-  if (!IsLive(key)) return SettingsResult::Failed;
+  Connection* connection = Connect(key);
+  if (connection == nullptr) return SettingsResult::Failed;
   if ((key->access & kSettingsQuery) == 0) return SettingsResult::Denied;
   try {
     const std::string fold = FoldBytes(name);
-    return OnFreshKey(key, [&] {
-      Use query(key->store, kQueryEntry);
+    return OnFreshKey(connection, key, [&] {
+      Use query(connection, kQueryEntry);
       if (!query) return SettingsResult::Failed;
       sqlite3_bind_int64(query.get(), 1, key->id);
       BindBytes(query.get(), 2, fold);
@@ -569,12 +583,13 @@ SettingsResult SetSettingsEntry(SettingsKey* key, const std::u16string& name, un
                                 std::size_t size) {
   using namespace posix;
   static const unsigned char kNoData = 0;
-  if (!IsLive(key)) return SettingsResult::Failed;
+  Connection* connection = Connect(key);
+  if (connection == nullptr) return SettingsResult::Failed;
   if ((key->access & kSettingsSet) == 0) return SettingsResult::Denied;
   try {
     const std::string bytes = NameBytes(name), fold = FoldBytes(name);
-    return OnFreshKey(key, [&] {
-      Use upsert(key->store, kUpsertEntry);
+    return OnFreshKey(connection, key, [&] {
+      Use upsert(connection, kUpsertEntry);
       if (!upsert) return SettingsResult::Failed;
       sqlite3_bind_int64(upsert.get(), 1, key->id);
       BindBytes(upsert.get(), 2, bytes);
@@ -590,18 +605,19 @@ SettingsResult SetSettingsEntry(SettingsKey* key, const std::u16string& name, un
 
 SettingsResult DeleteSettingsEntry(SettingsKey* key, const std::u16string& name) {
   using namespace posix;
-  if (!IsLive(key)) return SettingsResult::Failed;
+  Connection* connection = Connect(key);
+  if (connection == nullptr) return SettingsResult::Failed;
   if ((key->access & kSettingsSet) == 0) return SettingsResult::Denied;
   try {
     const std::string fold = FoldBytes(name);
-    return OnFreshKey(key, [&] {
-      Use erase(key->store, kDeleteEntry);
+    return OnFreshKey(connection, key, [&] {
+      Use erase(connection, kDeleteEntry);
       if (!erase) return SettingsResult::Failed;
       sqlite3_bind_int64(erase.get(), 1, key->id);
       BindBytes(erase.get(), 2, fold);
       const SettingsResult result = StepToEnd(erase.get());
       if (result != SettingsResult::Ok) return result;
-      return sqlite3_changes(key->store->db) > 0 ? SettingsResult::Ok : SettingsResult::NotFound;
+      return sqlite3_changes(connection->db) > 0 ? SettingsResult::Ok : SettingsResult::NotFound;
     });
   } catch (const std::bad_alloc&) {
     return SettingsResult::Failed;
@@ -611,8 +627,8 @@ SettingsResult DeleteSettingsEntry(SettingsKey* key, const std::u16string& name)
 namespace {
 
 // Deletes the key `id` (its entries and, by cascade, its subkeys go with it).
-SettingsResult DeleteKeyRow(posix::Store* store, sqlite3_int64 id) {
-  posix::Use erase(store, posix::kDeleteKey);
+SettingsResult DeleteKeyRow(posix::Connection* connection, sqlite3_int64 id) {
+  posix::Use erase(connection, posix::kDeleteKey);
   if (!erase) return SettingsResult::Failed;
   sqlite3_bind_int64(erase.get(), 1, id);
   return posix::StepToEnd(erase.get());
@@ -622,28 +638,28 @@ SettingsResult DeleteKeyRow(posix::Store* store, sqlite3_int64 id) {
 
 SettingsResult DeleteSettingsSubkey(SettingsKey* key, const std::u16string& name) {
   using namespace posix;
-  if (!IsLive(key)) return SettingsResult::Failed;
+  Connection* connection = Connect(key);
+  if (connection == nullptr) return SettingsResult::Failed;
   try {
     std::vector<std::u16string> parts;
     if (!SplitKeyPath(name, &parts) || parts.empty()) return SettingsResult::NotFound;
-    Store* store = key->store;
-    return OnFreshKey(key, [&] {
-      Transaction change(store);
+    return OnFreshKey(connection, key, [&] {
+      Transaction change(connection);
       if (!change.Begun()) return SettingsResult::Failed;
       sqlite3_int64 id = 0;
-      SettingsResult result = ResolvePath(store, key->id, parts, false, false, &id);
+      SettingsResult result = ResolvePath(connection, key->id, parts, false, false, &id);
       if (result != SettingsResult::Ok) return result;
       {
-        Use children(store, kHasChildren);
+        Use children(connection, kHasChildren);
         if (!children) return SettingsResult::Failed;
         sqlite3_bind_int64(children.get(), 1, id);
         const int rc = sqlite3_step(children.get());
         if (rc == SQLITE_ROW) return SettingsResult::Denied;
         if (rc != SQLITE_DONE) return SettingsResult::Failed;
       }
-      result = DeleteKeyRow(store, id);
+      result = DeleteKeyRow(connection, id);
       if (result != SettingsResult::Ok) return result;
-      store->children.clear();
+      connection->children.clear();
       return change.Commit() ? SettingsResult::Ok : SettingsResult::Failed;
     });
   } catch (const std::bad_alloc&) {
@@ -653,21 +669,21 @@ SettingsResult DeleteSettingsSubkey(SettingsKey* key, const std::u16string& name
 
 SettingsResult DeleteSettingsTree(SettingsKey* key, const std::u16string& path) {
   using namespace posix;
-  if (!IsLive(key)) return SettingsResult::Failed;
+  Connection* connection = Connect(key);
+  if (connection == nullptr) return SettingsResult::Failed;
   try {
     std::vector<std::u16string> parts;
     if (!SplitKeyPath(path, &parts) || parts.empty()) return SettingsResult::NotFound;
-    Store* store = key->store;
-    Refresh(key);
-    if (!KeyExists(store, key->id)) return SettingsResult::NotFound;
-    Transaction change(store);
+    Refresh(connection, key);
+    if (!KeyExists(connection, key->id)) return SettingsResult::NotFound;
+    Transaction change(connection);
     if (!change.Begun()) return SettingsResult::Failed;
     sqlite3_int64 id = 0;
-    SettingsResult result = ResolvePath(store, key->id, parts, false, false, &id);
+    SettingsResult result = ResolvePath(connection, key->id, parts, false, false, &id);
     if (result == SettingsResult::NotFound) return SettingsResult::Ok;
-    if (result == SettingsResult::Ok) result = DeleteKeyRow(store, id);
+    if (result == SettingsResult::Ok) result = DeleteKeyRow(connection, id);
     if (result != SettingsResult::Ok) return result;
-    store->children.clear();
+    connection->children.clear();
     return change.Commit() ? SettingsResult::Ok : SettingsResult::Failed;
   } catch (const std::bad_alloc&) {
     return SettingsResult::Failed;
@@ -676,10 +692,11 @@ SettingsResult DeleteSettingsTree(SettingsKey* key, const std::u16string& path) 
 
 SettingsResult ListSettingsSubkeys(SettingsKey* key, std::vector<std::u16string>* names) {
   using namespace posix;
-  if (!IsLive(key)) return SettingsResult::Failed;
+  Connection* connection = Connect(key);
+  if (connection == nullptr) return SettingsResult::Failed;
   if ((key->access & kSettingsEnumerate) == 0) return SettingsResult::Denied;
   try {
-    return OnFreshKey(key, [&] { return ListNames(key, kListSubkeys, names); });
+    return OnFreshKey(connection, key, [&] { return ListNames(connection, key, kListSubkeys, names); });
   } catch (const std::bad_alloc&) {
     return SettingsResult::Failed;
   }
@@ -687,42 +704,47 @@ SettingsResult ListSettingsSubkeys(SettingsKey* key, std::vector<std::u16string>
 
 SettingsResult ListSettingsEntries(SettingsKey* key, std::vector<std::u16string>* names) {
   using namespace posix;
-  if (!IsLive(key)) return SettingsResult::Failed;
+  Connection* connection = Connect(key);
+  if (connection == nullptr) return SettingsResult::Failed;
   if ((key->access & kSettingsQuery) == 0) return SettingsResult::Denied;
   try {
-    return OnFreshKey(key, [&] { return ListNames(key, kListEntries, names); });
+    return OnFreshKey(connection, key, [&] { return ListNames(connection, key, kListEntries, names); });
   } catch (const std::bad_alloc&) {
     return SettingsResult::Failed;
   }
 }
 
 bool BeginSettingsBatch(SettingsKey* key) {
-  return posix::IsLive(key) && sqlite3_get_autocommit(key->store->db) != 0 &&
-         sqlite3_exec(key->store->db, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) == SQLITE_OK;
+  posix::Connection* connection = posix::Connect(key);
+  return connection != nullptr && sqlite3_get_autocommit(connection->db) != 0 &&
+         sqlite3_exec(connection->db, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) == SQLITE_OK;
 }
 
 bool CommitSettingsBatch(SettingsKey* key) {
-  if (!posix::IsLive(key)) return false;
-  if (sqlite3_exec(key->store->db, "COMMIT", nullptr, nullptr, nullptr) == SQLITE_OK) return true;
+  posix::Connection* connection = posix::Connect(key);
+  if (connection == nullptr) return false;
+  if (sqlite3_exec(connection->db, "COMMIT", nullptr, nullptr, nullptr) == SQLITE_OK) return true;
   AbandonSettingsBatch(key);
   return false;
 }
 
 void AbandonSettingsBatch(SettingsKey* key) {
-  if (posix::IsLive(key) && sqlite3_get_autocommit(key->store->db) == 0) {
-    sqlite3_exec(key->store->db, "ROLLBACK", nullptr, nullptr, nullptr);
-    key->store->children.clear();
+  posix::Connection* connection = posix::Connect(key);
+  if (connection != nullptr && sqlite3_get_autocommit(connection->db) == 0) {
+    sqlite3_exec(connection->db, "ROLLBACK", nullptr, nullptr, nullptr);
+    connection->children.clear();
   }
 }
 
 std::u16string SettingsKeyPath(const SettingsKey* key) {
   using namespace posix;
   std::u16string path;
-  if (!IsLive(key)) return path;
+  Connection* connection = Connect(key);
+  if (connection == nullptr) return path;
   try {
     sqlite3_int64 id = key->id;
     while (id != kTopKeyId) {
-      Use parent(key->store, kKeyParent);
+      Use parent(connection, kKeyParent);
       if (!parent) break;
       sqlite3_bind_int64(parent.get(), 1, id);
       if (sqlite3_step(parent.get()) != SQLITE_ROW) break;
@@ -738,6 +760,22 @@ std::u16string SettingsKeyPath(const SettingsKey* key) {
 
 bool SameSettingsStore(const SettingsKey* a, const SettingsKey* b) {
   return posix::IsLive(a) && posix::IsLive(b) && a->store == b->store;
+}
+
+bool OwnsKey(const SettingsKey* key) { return posix::IsLive(key); }
+
+}  // namespace sqlite
+
+const SettingsBackend& LocalSettingsBackend() {
+  static const SettingsBackend backend = {
+      sqlite::OpenSettingsStore,  sqlite::CloseAllSettingsStores, sqlite::OwnsKey,
+      sqlite::OpenSettingsKey,    sqlite::CloseSettingsKey,       sqlite::QuerySettingsEntry,
+      sqlite::SetSettingsEntry,   sqlite::DeleteSettingsEntry,    sqlite::DeleteSettingsSubkey,
+      sqlite::DeleteSettingsTree, sqlite::ListSettingsSubkeys,    sqlite::ListSettingsEntries,
+      sqlite::BeginSettingsBatch, sqlite::CommitSettingsBatch,    sqlite::AbandonSettingsBatch,
+      sqlite::SettingsKeyPath,    sqlite::SameSettingsStore,
+  };
+  return backend;
 }
 
 std::u16string UserSettingsStorePath() {

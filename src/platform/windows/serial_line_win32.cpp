@@ -141,10 +141,39 @@ void CloseSerialLine(SerialLine line) {
   CloseHandle(HandleOf(line));
 }
 
-SerialSetup ConfigureSerialLine(SerialLine line, unsigned int baud, int parity, int stop) {
+namespace {
+
+// What the line shows otherwise than `asked`, as SerialOutcome::untaken bits.
+unsigned UntakenSettings(const DCB& asked, const DCB& taken) {
+  unsigned untaken = 0;
+  if (taken.BaudRate != asked.BaudRate) untaken |= kSerialRate;
+  if (taken.ByteSize != asked.ByteSize) untaken |= kSerialDataBits;
+  if (taken.Parity != asked.Parity) untaken |= kSerialParity;
+  if (taken.StopBits != asked.StopBits) untaken |= kSerialStopBits;
+  if (taken.fOutX != asked.fOutX || taken.fInX != asked.fInX) untaken |= kSerialFlowControl;
+  return untaken;
+}
+
+// A port whose provider is no RS-232, RS-422 or RS-423 line has no
+// transmitter of its own. (Wine reports a pseudo-terminal as RS-232.)
+bool IsVirtualLine(SerialLine line) {
+  COMMPROP properties = {};
+  if (!GetCommProperties(HandleOf(line), &properties)) return false;
+  return properties.dwProvSubType != PST_RS232 && properties.dwProvSubType != PST_RS422 &&
+         properties.dwProvSubType != PST_RS423;
+}
+
+}  // namespace
+
+SerialOutcome ConfigureSerialLine(SerialLine line, unsigned int baud, int parity, int stop) {
+  SerialOutcome outcome;
   DCB state = {};
   state.DCBlength = sizeof state;
-  if (!GetCommState(HandleOf(line), &state)) return SerialSetup::CannotGetState;
+  if (!GetCommState(HandleOf(line), &state)) return outcome;
+  outcome.setup = SerialSetup::CannotSetState;
+  if (baud == 0 || parity < NOPARITY || parity > SPACEPARITY || stop < ONESTOPBIT || stop > TWOSTOPBITS) {
+    return outcome;
+  }
   state.BaudRate = baud;
   state.Parity = static_cast<BYTE>(parity);
   state.StopBits = static_cast<BYTE>(stop);
@@ -157,21 +186,20 @@ SerialSetup ConfigureSerialLine(SerialLine line, unsigned int baud, int parity, 
   state.fRtsControl = RTS_CONTROL_ENABLE;
   state.fOutX = TRUE;
   state.fInX = TRUE;
-  if (parity < NOPARITY || parity > SPACEPARITY || stop < ONESTOPBIT || stop > TWOSTOPBITS ||
-      !SetCommState(HandleOf(line), &state)) {
-    return SerialSetup::CannotSetState;
-  }
+  if (!SetCommState(HandleOf(line), &state)) return outcome;
   // Some devices take settings they cannot keep (a pseudo-terminal has no
   // parity): what reads back is what the line does.
   DCB taken = {};
   taken.DCBlength = sizeof taken;
-  if (!GetCommState(HandleOf(line), &taken)) return SerialSetup::CannotGetState;
-  if (taken.BaudRate != state.BaudRate || taken.Parity != state.Parity || taken.StopBits != state.StopBits ||
-      taken.ByteSize != 8) {
-    return SerialSetup::CannotSetState;
+  if (!GetCommState(HandleOf(line), &taken)) {
+    outcome.setup = SerialSetup::CannotGetState;
+    return outcome;
   }
   COMMTIMEOUTS timeouts = {};
-  if (!GetCommTimeouts(HandleOf(line), &timeouts)) return SerialSetup::CannotGetState;
+  if (!GetCommTimeouts(HandleOf(line), &timeouts)) {
+    outcome.setup = SerialSetup::CannotGetState;
+    return outcome;
+  }
   timeouts.ReadIntervalTimeout = 0;
   timeouts.ReadTotalTimeoutMultiplier = 0;
   timeouts.ReadTotalTimeoutConstant = 1000;
@@ -180,9 +208,12 @@ SerialSetup ConfigureSerialLine(SerialLine line, unsigned int baud, int parity, 
   if (timeouts.WriteTotalTimeoutMultiplier == 0 && timeouts.WriteTotalTimeoutConstant == 0) {
     timeouts.WriteTotalTimeoutConstant = kStallLimitMs;
   }
-  if (!SetCommTimeouts(HandleOf(line), &timeouts)) return SerialSetup::CannotSetState;
+  if (!SetCommTimeouts(HandleOf(line), &timeouts)) return outcome;
   ReadTimeouts()[line] = timeouts.ReadTotalTimeoutConstant;
-  return SerialSetup::Done;
+  outcome.setup = SerialSetup::Done;
+  outcome.untaken = UntakenSettings(state, taken);
+  outcome.isVirtual = IsVirtualLine(line);
+  return outcome;
 }
 
 bool WriteSerialLine(SerialLine line, const char* bytes, int count) {

@@ -11,10 +11,17 @@
 #include <string>
 #include <vector>
 
-#include "platform/settings_store.h"
+#include "platform/settings_backend.h"
 #include "platform/windows/win32.h"
 
 namespace qorc::platform {
+
+namespace registry {
+
+SettingsResult QuerySettingsEntry(SettingsKey* key, const std::u16string& name, unsigned* type,
+                                  std::vector<unsigned char>* data);
+SettingsResult ListSettingsSubkeys(SettingsKey* key, std::vector<std::u16string>* names);
+SettingsResult ListSettingsEntries(SettingsKey* key, std::vector<std::u16string>* names);
 
 namespace {
 
@@ -359,11 +366,28 @@ bool SameSettingsStore(const SettingsKey* a, const SettingsKey* b) {
   return !hiveA.empty() && hiveA == hiveB;
 }
 
+// Every handle may be a key: the registry itself refuses one it never gave.
+bool OwnsKey(const SettingsKey* key) { return key != nullptr; }
+
+}  // namespace registry
+
+const SettingsBackend& LocalSettingsBackend() {
+  static const SettingsBackend backend = {
+      registry::OpenSettingsStore,  registry::CloseAllSettingsStores, registry::OwnsKey,
+      registry::OpenSettingsKey,    registry::CloseSettingsKey,       registry::QuerySettingsEntry,
+      registry::SetSettingsEntry,   registry::DeleteSettingsEntry,    registry::DeleteSettingsSubkey,
+      registry::DeleteSettingsTree, registry::ListSettingsSubkeys,    registry::ListSettingsEntries,
+      registry::BeginSettingsBatch, registry::CommitSettingsBatch,    registry::AbandonSettingsBatch,
+      registry::SettingsKeyPath,    registry::SameSettingsStore,
+  };
+  return backend;
+}
+
 // The registry's own roots serve: no store file is conventional.
 std::u16string UserSettingsStorePath() { return std::u16string(); }
 std::u16string MachineSettingsStorePath() { return std::u16string(); }
 
-SettingsKey* SystemUserSettingsKey() { return AsKey(HKEY_CURRENT_USER); }
-SettingsKey* SystemMachineSettingsKey() { return AsKey(HKEY_LOCAL_MACHINE); }
+SettingsKey* SystemUserSettingsKey() { return reinterpret_cast<SettingsKey*>(HKEY_CURRENT_USER); }
+SettingsKey* SystemMachineSettingsKey() { return reinterpret_cast<SettingsKey*>(HKEY_LOCAL_MACHINE); }
 
 }  // namespace qorc::platform
