@@ -11,6 +11,7 @@
 
 #include "file/block_compressor.h"
 #include "file/file_test_util.h"
+#include "support/os_support.h"
 
 namespace {
 
@@ -26,21 +27,11 @@ class WorkerCount {
   int saved_;
 };
 
-// Threads of this process, or -1 where the system does not list them.
-int ThreadCount() {
-  std::error_code error;
-  std::filesystem::directory_iterator tasks("/proc/self/task", error);
-  if (error) return -1;
-  int count = 0;
-  for (auto it = tasks; it != std::filesystem::directory_iterator(); it.increment(error)) ++count;
-  return count;
-}
-
-// As ThreadCount, after a thread started and ended first makes runtimes that start a thread of their
+// As ProcessThreadCount, after a thread started and ended first makes runtimes that start a thread of their
 // own with the first one (as ThreadSanitizer does) count it already.
 int BaselineThreadCount() {
   std::thread([] {}).join();
-  return ThreadCount();
+  return ProcessThreadCount();
 }
 
 std::string TextLike(std::size_t size, unsigned seed) {
@@ -187,7 +178,7 @@ TEST_F(CompressWorkers, WorkersStartWithTheFirstBlocksAndEndWithTheFile) {
     file.Write(kBlock, data.data());
     file.Write(kBlock, data.data() + kBlock);
     file.Write(kBlock, data.data() + 2 * kBlock);
-    EXPECT_EQ(ThreadCount(), before) << "one worker: the writing thread compresses";
+    EXPECT_EQ(ProcessThreadCount(), before) << "one worker: the writing thread compresses";
   }
   {
     WorkerCount count(3);
@@ -197,22 +188,22 @@ TEST_F(CompressWorkers, WorkersStartWithTheFirstBlocksAndEndWithTheFile) {
     file.Flush();
     file.Write(100, data.data());
     file.Flush();
-    EXPECT_EQ(ThreadCount(), before);
+    EXPECT_EQ(ProcessThreadCount(), before);
     for (int i = 0; i < 12; ++i) file.Write(kBlock, data.data() + i * kBlock);
-    EXPECT_EQ(ThreadCount(), before + 3);
+    EXPECT_EQ(ProcessThreadCount(), before + 3);
     // A file that is closed ends its workers.
   }
   EXPECT_FALSE(C_ERROR::Is());
-  EXPECT_EQ(ThreadCount(), before);
+  EXPECT_EQ(ProcessThreadCount(), before);
   {
     // Through a temporary file the workers live while the file closes.
     WorkerCount count(2);
     C_FILE file(LibraryPath(path), C_FILE::WRITE, C_FILE::COMPRESSED);
     file.Write(static_cast<int>(data.size()), data.data());
-    EXPECT_EQ(ThreadCount(), before);
+    EXPECT_EQ(ProcessThreadCount(), before);
   }
   EXPECT_FALSE(C_ERROR::Is());
-  EXPECT_EQ(ThreadCount(), before);
+  EXPECT_EQ(ProcessThreadCount(), before);
   EXPECT_TRUE(DecodeBlocksWithZlib(ReadBytes(path)) == data);
 }
 
@@ -259,7 +250,7 @@ TEST_F(CompressWorkers, AFullDiskGivesTheSameErrorAndLeavesNoWorker) {
       // the failed block, before closing, as it does without workers.
       EXPECT_EQ(beforeClosing, aloneBeforeClosing);
       if (before >= 0) {
-        EXPECT_EQ(ThreadCount(), before);
+        EXPECT_EQ(ProcessThreadCount(), before);
       }
     }
   }

@@ -17,12 +17,14 @@
 #define NOMINMAX
 #endif
 #include <windows.h>
+#include <tlhelp32.h>
 #undef VOID  // the library's "empty" constants are named VOID
 #undef far
 #undef near
 
 #include <filesystem>
 #else
+#include <filesystem>
 #include <fcntl.h>
 #include <sys/stat.h>
 #endif
@@ -89,6 +91,29 @@ inline long long ModificationSeconds(const std::string& path) {
 #else
   struct stat status;
   return stat(path.c_str(), &status) == 0 ? static_cast<long long>(status.st_mtim.tv_sec) : -1;
+#endif
+}
+
+// The threads of this process, or -1 where the system does not list them.
+inline int ProcessThreadCount() {
+#ifdef _WIN32
+  const HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
+  if (snapshot == INVALID_HANDLE_VALUE) return -1;
+  THREADENTRY32 entry = {};
+  entry.dwSize = sizeof entry;
+  int count = 0;
+  for (BOOL more = Thread32First(snapshot, &entry); more; more = Thread32Next(snapshot, &entry)) {
+    if (entry.th32OwnerProcessID == GetCurrentProcessId()) ++count;
+  }
+  CloseHandle(snapshot);
+  return count;
+#else
+  std::error_code error;
+  std::filesystem::directory_iterator tasks("/proc/self/task", error);
+  if (error) return -1;
+  int count = 0;
+  for (auto it = tasks; it != std::filesystem::directory_iterator(); it.increment(error)) ++count;
+  return count;
 #endif
 }
 

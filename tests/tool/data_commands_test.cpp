@@ -2,6 +2,7 @@
 #include <qorc/qorc.h>
 #include <zlib.h>
 
+#include "support/os_support.h"
 #include "tool/qor_runner.h"
 #ifdef _WIN32
 #include <psapi.h>
@@ -118,22 +119,16 @@ long PeakMemoryOfRun(const std::vector<std::string>& args, const std::string& ou
 #endif
 }
 
-// zlib's sum of `count` zero bytes, made from a small one by the combine
-// functions, as `combine` (crc32_combine or adler32_combine) takes them.
-template <typename Combine>
-unsigned long SumOfZeros(unsigned long ofOneMiB, long long count, Combine combine) {
-  constexpr long long kMiB = 1 << 20;
-  unsigned long sum = 0;
-  bool any = false;
-  unsigned long piece = ofOneMiB;
-  for (long long length = kMiB, left = count / kMiB; left > 0; left /= 2, length *= 2) {
-    if (left % 2 != 0) {
-      sum = any ? combine(sum, piece, length) : piece;
-      any = true;
-    }
-    piece = combine(piece, piece, length);
-  }
-  return sum;
+// zlib's CRC-32 of bytes whose CRC-32 is `crc` followed by `gibibytes` GiB
+// of zero bytes, made without reading them: the sums of the parts are
+// combined, a GiB at a time since zlib's lengths have 32 bits on Windows.
+unsigned long CrcFollowedByZeros(unsigned long crc, int gibibytes) {
+  constexpr long kMiB = 1 << 20;
+  const std::string zeros(kMiB, '\0');
+  unsigned long ofGiB = crc32(0, reinterpret_cast<const Bytef*>(zeros.data()), static_cast<uInt>(kMiB));
+  for (long length = kMiB; length < 1024 * kMiB; length *= 2) ofGiB = crc32_combine(ofGiB, ofGiB, length);
+  for (int i = 0; i < gibibytes; ++i) crc = crc32_combine(crc, ofGiB, 1024 * kMiB);
+  return crc;
 }
 
 TEST_F(DataCommandsTest, ChecksumsStreamFilesOverFourGibibytesInLittleMemory) {
@@ -145,7 +140,8 @@ TEST_F(DataCommandsTest, ChecksumsStreamFilesOverFourGibibytesInLittleMemory) {
   // tmpfs reads a hole without a page of cache for it: 4 GiB take a second or
   // two there, where a disk's file system fills its cache with zeros first.
   std::error_code noShm;
-  const TempDir holes(std::filesystem::is_directory("/dev/shm", noShm) ? std::filesystem::path("/dev/shm")
+  // (Under Wine the Linux host's /dev/shm is reached through its Z: drive.)
+  const TempDir holes(std::filesystem::is_directory("/dev/shm", noShm) ? std::filesystem::absolute("/dev/shm")
                                                                        : std::filesystem::temp_directory_path());
   const std::string big = holes.File("big");
   {
@@ -159,11 +155,7 @@ TEST_F(DataCommandsTest, ChecksumsStreamFilesOverFourGibibytesInLittleMemory) {
   const auto crcOf = [](const std::string& bytes) {
     return crc32(0, reinterpret_cast<const Bytef*>(bytes.data()), static_cast<uInt>(bytes.size()));
   };
-  const auto combine = [](unsigned long a, unsigned long b, long long length) {
-    return crc32_combine(a, b, static_cast<z_off_t>(length));
-  };
-  const unsigned long crc = combine(
-      combine(crcOf(head), SumOfZeros(crcOf(std::string(kMiB, '\0')), kHole, combine), kHole), crcOf(tail), kMiB);
+  const unsigned long crc = crc32_combine(CrcFollowedByZeros(crcOf(head), static_cast<int>(kHole >> 30)), crcOf(tail), kMiB);
   const std::string out = dir.File("sums");
   const long peak = PeakMemoryOfRun({"crc", big}, out);
   EXPECT_EQ(ReadWholeFile(out), Hex(crc) + "  " + big + "\n");
@@ -173,6 +165,10 @@ TEST_F(DataCommandsTest, ChecksumsStreamFilesOverFourGibibytesInLittleMemory) {
   EXPECT_EQ(ReadWholeFile(out),
             Hex(adler32(1, reinterpret_cast<const Bytef*>((head + tail).data()), static_cast<uInt>(2 * kMiB))) + "  " +
                 small + "\n");
+  if (smallPeak == 0 && RunningUnderWine()) {
+    GTEST_SKIP() << "Wine difference: GetProcessMemoryInfo reports no peak working set for a program that has "
+                    "ended, so the memory of the runs cannot be compared";
+  }
   ASSERT_GT(smallPeak, 0);
   EXPECT_GT(peak, 0);
   EXPECT_LT(peak, smallPeak + 8 * 1024) << "KiB";

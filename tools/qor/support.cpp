@@ -71,8 +71,11 @@ std::vector<std::pair<std::string, std::string>>& ShownNames() {
   return names;
 }
 
+// Both in the system's form, with its own separators, as the library's
+// messages name files.
 void RememberShownName(const std::string& temporary, const std::string& shown) {
-  ShownNames().emplace_back(temporary, shown);
+  ShownNames().emplace_back(std::filesystem::path(temporary).make_preferred().string(),
+                            std::filesystem::path(shown).make_preferred().string());
 }
 
 // A failure's extra text as the user should read it: "/" paths, and the
