@@ -83,8 +83,8 @@ class SettingsKeyIds {
   // Finds (or, as the back-end decides, makes) the child of `parent` named
   // `name`, whose folded form is `fold`; false when that failed, the back-end
   // keeping why.
-  using Lookup = std::function<bool(long long parent, const std::u16string& name, const std::string& fold,
-                                    long long* child)>;
+  using Lookup =
+      std::function<bool(long long parent, const std::u16string& name, const std::string& fold, long long* child)>;
 
   // Walks `parts` down from the key `id`, asking `lookup` at each step and
   // remembering what it answers; with `remembered`, ids found before are

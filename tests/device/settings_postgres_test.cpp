@@ -32,6 +32,11 @@ int WaitForChild(pid_t pid) {
   return status;
 }
 
+// Whether opening the store is refused as a file that cannot be opened.
+bool OpenRefused(const C_STRING& name) {
+  return C_REGKEY::OpenStore(name) == nullptr && TakeError() == &CerrFileCannotOpen;
+}
+
 class SettingsPostgresTest : public testing::Test {
  protected:
   void SetUp() override {
@@ -226,8 +231,7 @@ TEST_F(SettingsPostgresTest, ServerGoneOrFrozenFailsCallsInTimeAndTheSameHandles
   C_REGKEY fresh;
   fresh.Open(handle, u"Elsewhere", C_REGKEY::WRITE, true);
   EXPECT_TRUE(ErrorIsInternal());
-  EXPECT_EQ(C_REGKEY::OpenStore(LibraryPath(server->Uri(database) + "&application_name=other")), nullptr);
-  EXPECT_EQ(TakeError(), &CerrFileCannotOpen);
+  EXPECT_TRUE(OpenRefused(LibraryPath(server->Uri(database) + "&application_name=other")));
   EXPECT_LT(SecondsSince(start), 5.0);
   // Back, the same handles work on a new connection.
   ASSERT_TRUE(server->Start());
@@ -362,15 +366,12 @@ TEST_F(SettingsPostgresTest, OtherSchemasAndRolesWithoutRightsAreRefused) {
   // A schema of that name that is not a settings store, or of another version.
   const std::string foreign = server->NewStoreUri();
   server->Query(foreign, "CREATE SCHEMA qorc_settings; CREATE TABLE qorc_settings.keys(x int)");
-  EXPECT_EQ(C_REGKEY::OpenStore(LibraryPath(foreign)), nullptr);
-  EXPECT_EQ(TakeError(), &CerrFileCannotOpen);
+  EXPECT_TRUE(OpenRefused(LibraryPath(foreign)));
   const std::string later = server->NewStoreUri();
   EXPECT_EQ(RunInChild([&] { return C_REGKEY::OpenStore(LibraryPath(later)) != nullptr ? 0 : 1; }), 0);
   server->Query(later, "UPDATE qorc_settings.meta SET version = 99");
-  EXPECT_EQ(C_REGKEY::OpenStore(LibraryPath(later)), nullptr);
-  EXPECT_EQ(TakeError(), &CerrFileCannotOpen);
-  EXPECT_EQ(C_REGKEY::OpenStore(C_STRING(u"postgresql://[broken")), nullptr);
-  EXPECT_EQ(TakeError(), &CerrFileCannotOpen);
+  EXPECT_TRUE(OpenRefused(LibraryPath(later)));
+  EXPECT_TRUE(OpenRefused(C_STRING(u"postgresql://[broken")));
 }
 
 TEST(SettingsStoreNames, UrisAreShownWithoutTheirPasswords) {
