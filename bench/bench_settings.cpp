@@ -22,6 +22,7 @@
 #include <cstring>
 #include <filesystem>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -65,54 +66,62 @@ std::string FoldBytes(const C_STRING& name) {
   return bytes;
 }
 
-void BM_RegkeyWriteEntry(benchmark::State& state) {
+// Sets the entry of name i % kNames to its three fields.
+void WriteSetting(C_REGKEY& key, int i) {
+  key.SetEntry(g_names[i % kNames]);
+  key.Write(i);
+  key.Write(0.5 * i);
+  key.Write(kText);
+}
+
+// The number and the text's length of an entry's stored fields, as a reader sums them.
+long long SumOfFields(const unsigned char* data) {
+  int number = 0;
+  double real = 0;
+  unsigned count = 0;
+  std::memcpy(&number, data, 4);
+  std::memcpy(&real, data + 4, 8);
+  std::memcpy(&count, data + 12, 4);
+  const std::u16string text(reinterpret_cast<const char16_t*>(data + 16), count);
+  return number + static_cast<long long>(text.size());
+}
+
+// Writes through the library: Open, SetEntry, three fields, Close.
+void LibraryWrites(benchmark::State& state, C_REGKEY::HANDLE store) {
   int i = 0;
   for (auto _ : state) {
     C_REGKEY key;
-    key.Open(g_store, kKey, C_REGKEY::WRITE, false);
-    key.SetEntry(g_names[i % kNames]);
-    key.Write(i);
-    key.Write(0.5 * i);
-    key.Write(kText);
+    key.Open(store, kKey, C_REGKEY::WRITE, false);
+    WriteSetting(key, i++);
     key.Close();
-    ++i;
   }
   if (C_ERROR::Is()) state.SkipWithError("settings write failed");
   state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(BM_RegkeyWriteEntry);
 
-// Stores every entry through the library once, so that reads find them
-// whichever benchmarks run.
-bool FillLibraryStore() {
-  static bool filled = false;
-  if (filled) return true;
+// Stores every entry of a store through the library once, so that reads
+// find them whichever benchmarks run.
+bool FillLibraryStore(C_REGKEY::HANDLE store) {
+  static std::set<C_REGKEY::HANDLE> filled;
+  if (filled.count(store) != 0) return true;
   C_REGKEY key;
-  key.Open(g_store, kKey, C_REGKEY::WRITE, true);
+  key.Open(store, kKey, C_REGKEY::WRITE, true);
+  for (int i = 0; i < kNames && !C_ERROR::Is(); ++i) WriteSetting(key, i);
   key.Close();
-  for (int i = 0; i < kNames && !C_ERROR::Is(); ++i) {
-    key.Open(g_store, kKey, C_REGKEY::WRITE, false);
-    key.SetEntry(g_names[i]);
-    key.Write(i);
-    key.Write(0.5 * i);
-    key.Write(kText);
-    key.Close();
-  }
-  filled = !C_ERROR::Is();
-  return filled;
+  if (C_ERROR::Is()) return false;
+  filled.insert(store);
+  return true;
 }
 
-void BM_RegkeyReadEntry(benchmark::State& state) {
-  if (!FillLibraryStore()) {
-    state.SkipWithError("settings could not be stored");
-    return;
-  }
+// Reads through the library: Open, SetEntry, three reads, Close.
+void LibraryReads(benchmark::State& state, C_REGKEY::HANDLE store) {
+  if (!FillLibraryStore(store)) return state.SkipWithError("settings could not be stored");
   int i = 0;
   long long sum = 0;
   for (auto _ : state) {
     C_REGKEY key;
-    key.Open(g_store, kKey, C_REGKEY::READ, false);
-    key.SetEntry(g_names[i % kNames]);
+    key.Open(store, kKey, C_REGKEY::READ, false);
+    key.SetEntry(g_names[i++ % kNames]);
     int number = 0;
     double real = 0;
     C_STRING text;
@@ -121,13 +130,20 @@ void BM_RegkeyReadEntry(benchmark::State& state) {
     key.Read(&text);
     key.Close();
     sum += number + text.GetNumber();
-    ++i;
   }
   benchmark::DoNotOptimize(sum);
   if (C_ERROR::Is()) state.SkipWithError("settings read failed");
   state.SetItemsProcessed(state.iterations());
 }
+
+void BM_RegkeyWriteEntry(benchmark::State& state) { LibraryWrites(state, g_store); }
+BENCHMARK(BM_RegkeyWriteEntry);
+
+void BM_RegkeyReadEntry(benchmark::State& state) { LibraryReads(state, g_store); }
 BENCHMARK(BM_RegkeyReadEntry);
+
+// The rows' names and folded names as stored, for the direct baselines.
+std::vector<std::string> g_nameBytes, g_foldBytes;
 
 // The same rows through a connection of its own on a store file of its own.
 struct Direct {
@@ -135,7 +151,6 @@ struct Direct {
   sqlite3_stmt* upsert = nullptr;
   sqlite3_stmt* select = nullptr;
   sqlite3_int64 key = 0;
-  std::vector<std::string> names, folds;
 };
 Direct g_direct;
 
@@ -145,9 +160,9 @@ bool WriteDirect(int i) {
   const std::string data = FieldBytes(i, 0.5 * i, text);
   sqlite3_stmt* s = g_direct.upsert;
   sqlite3_bind_int64(s, 1, g_direct.key);
-  sqlite3_bind_blob(s, 2, g_direct.names[i % kNames].data(), static_cast<int>(g_direct.names[i % kNames].size()),
+  sqlite3_bind_blob(s, 2, g_nameBytes[i % kNames].data(), static_cast<int>(g_nameBytes[i % kNames].size()),
                     SQLITE_STATIC);
-  sqlite3_bind_blob(s, 3, g_direct.folds[i % kNames].data(), static_cast<int>(g_direct.folds[i % kNames].size()),
+  sqlite3_bind_blob(s, 3, g_foldBytes[i % kNames].data(), static_cast<int>(g_foldBytes[i % kNames].size()),
                     SQLITE_STATIC);
   sqlite3_bind_int(s, 4, 3);
   sqlite3_bind_blob(s, 5, data.data(), static_cast<int>(data.size()), SQLITE_TRANSIENT);
@@ -187,18 +202,10 @@ void BM_SqliteReadEntry(benchmark::State& state) {
   for (auto _ : state) {
     sqlite3_stmt* s = g_direct.select;
     sqlite3_bind_int64(s, 1, g_direct.key);
-    sqlite3_bind_blob(s, 2, g_direct.folds[i % kNames].data(), static_cast<int>(g_direct.folds[i % kNames].size()),
+    sqlite3_bind_blob(s, 2, g_foldBytes[i % kNames].data(), static_cast<int>(g_foldBytes[i % kNames].size()),
                       SQLITE_STATIC);
     if (sqlite3_step(s) == SQLITE_ROW) {
-      const unsigned char* data = static_cast<const unsigned char*>(sqlite3_column_blob(s, 0));
-      int number = 0;
-      double real = 0;
-      unsigned count = 0;
-      std::memcpy(&number, data, 4);
-      std::memcpy(&real, data + 4, 8);
-      std::memcpy(&count, data + 12, 4);
-      const std::u16string text(reinterpret_cast<const char16_t*>(data + 16), count);
-      sum += number + static_cast<long long>(text.size());
+      sum += SumOfFields(static_cast<const unsigned char*>(sqlite3_column_blob(s, 0)));
     } else {
       state.SkipWithError("sqlite read failed");
     }
@@ -225,10 +232,6 @@ bool PrepareDirect(const std::string& path) {
   sqlite3_prepare_v2(d.db, "SELECT max(id) FROM keys", -1, &find, nullptr);
   if (sqlite3_step(find) == SQLITE_ROW) d.key = sqlite3_column_int64(find, 0);
   sqlite3_finalize(find);
-  for (const C_STRING& name : g_names) {
-    d.names.push_back(NameBytes(name));
-    d.folds.push_back(FoldBytes(name));
-  }
   return sqlite3_prepare_v2(d.db,
                             "INSERT INTO entries(key, name, fold, type, data) VALUES (?1, ?2, ?3, ?4, ?5) "
                             "ON CONFLICT(key, fold) DO UPDATE SET type = excluded.type, data = excluded.data",
@@ -243,59 +246,18 @@ C_REGKEY::HANDLE g_pgStore = nullptr;
 struct DirectPostgres {
   PGconn* conn = nullptr;
   long long key = 0;
-  std::vector<std::string> names, folds;
 };
 DirectPostgres g_pg;
 
 void BM_RegkeyWriteEntryPostgres(benchmark::State& state) {
   if (g_pgStore == nullptr) return state.SkipWithError("no PostgreSQL server");
-  int i = 0;
-  for (auto _ : state) {
-    C_REGKEY key;
-    key.Open(g_pgStore, kKey, C_REGKEY::WRITE, false);
-    key.SetEntry(g_names[i % kNames]);
-    key.Write(i);
-    key.Write(0.5 * i);
-    key.Write(kText);
-    key.Close();
-    ++i;
-  }
-  if (C_ERROR::Is()) state.SkipWithError("settings write failed");
-  state.SetItemsProcessed(state.iterations());
+  LibraryWrites(state, g_pgStore);
 }
 BENCHMARK(BM_RegkeyWriteEntryPostgres)->UseRealTime();
 
 void BM_RegkeyReadEntryPostgres(benchmark::State& state) {
   if (g_pgStore == nullptr) return state.SkipWithError("no PostgreSQL server");
-  // The entries it reads, stored first.
-  C_REGKEY filled;
-  filled.Open(g_pgStore, kKey, C_REGKEY::WRITE, false);
-  for (int i = 0; i < kNames && !C_ERROR::Is(); ++i) {
-    filled.SetEntry(g_names[i]);
-    filled.Write(i);
-    filled.Write(0.5 * i);
-    filled.Write(kText);
-  }
-  filled.Close();
-  int i = 0;
-  long long sum = 0;
-  for (auto _ : state) {
-    C_REGKEY key;
-    key.Open(g_pgStore, kKey, C_REGKEY::READ, false);
-    key.SetEntry(g_names[i % kNames]);
-    int number = 0;
-    double real = 0;
-    C_STRING text;
-    key.Read(&number);
-    key.Read(&real);
-    key.Read(&text);
-    key.Close();
-    sum += number + text.GetNumber();
-    ++i;
-  }
-  benchmark::DoNotOptimize(sum);
-  if (C_ERROR::Is()) state.SkipWithError("settings read failed");
-  state.SetItemsProcessed(state.iterations());
+  LibraryReads(state, g_pgStore);
 }
 BENCHMARK(BM_RegkeyReadEntryPostgres)->UseRealTime();
 
@@ -309,8 +271,8 @@ bool DirectPostgresWrite(int i) {
   const std::u16string text(kText.GetWCHAR(), kText.GetNumber());
   const std::string key = BigEndian64(g_pg.key), type = BigEndian64(3);
   const std::string data = FieldBytes(i, 0.5 * i, text);
-  const std::string& name = g_pg.names[i % kNames];
-  const std::string& fold = g_pg.folds[i % kNames];
+  const std::string& name = g_nameBytes[i % kNames];
+  const std::string& fold = g_foldBytes[i % kNames];
   const char* values[] = {key.data(), name.data(), fold.data(), type.data(), data.data()};
   const int lengths[] = {8, static_cast<int>(name.size()), static_cast<int>(fold.size()), 8,
                          static_cast<int>(data.size())};
@@ -341,21 +303,13 @@ void BM_LibpqReadEntry(benchmark::State& state) {
   int i = 0;
   long long sum = 0;
   for (auto _ : state) {
-    const std::string& fold = g_pg.folds[i % kNames];
+    const std::string& fold = g_foldBytes[i % kNames];
     const char* values[] = {key.data(), fold.data()};
     const int lengths[] = {8, static_cast<int>(fold.size())};
     const int formats[] = {1, 1};
     PGresult* result = PQexecPrepared(g_pg.conn, "select", 2, values, lengths, formats, 1);
     if (PQresultStatus(result) == PGRES_TUPLES_OK && PQntuples(result) == 1) {
-      const unsigned char* data = reinterpret_cast<const unsigned char*>(PQgetvalue(result, 0, 0));
-      int number = 0;
-      double real = 0;
-      unsigned count = 0;
-      std::memcpy(&number, data, 4);
-      std::memcpy(&real, data + 4, 8);
-      std::memcpy(&count, data + 12, 4);
-      const std::u16string text(reinterpret_cast<const char16_t*>(data + 16), count);
-      sum += number + static_cast<long long>(text.size());
+      sum += SumOfFields(reinterpret_cast<const unsigned char*>(PQgetvalue(result, 0, 0)));
     } else {
       state.SkipWithError("libpq read failed");
     }
@@ -367,7 +321,7 @@ void BM_LibpqReadEntry(benchmark::State& state) {
 }
 BENCHMARK(BM_LibpqReadEntry)->UseRealTime();
 
-// Both databases start with every entry present, so that reads find them.
+// Both databases start with the key; each read benchmark stores the entries it reads.
 bool PreparePostgres(PostgresServer* server) {
   const std::string library = server->NewStoreUri(), direct = server->NewStoreUri();
   g_pgStore = C_REGKEY::OpenStore(C_STRING(library.c_str()));
@@ -381,10 +335,6 @@ bool PreparePostgres(PostgresServer* server) {
   g_pg.conn = PQconnectdb(direct.c_str());
   if (PQstatus(g_pg.conn) != CONNECTION_OK) return false;
   g_pg.key = std::atoll(server->Query(direct, "SELECT max(id) FROM qorc_settings.keys").c_str());
-  for (const C_STRING& name : g_names) {
-    g_pg.names.push_back(NameBytes(name));
-    g_pg.folds.push_back(FoldBytes(name));
-  }
   PGresult* upsert = PQprepare(g_pg.conn, "upsert",
                                "INSERT INTO qorc_settings.entries(key, name, fold, type, data) VALUES ($1, $2, $3, $4, "
                                "$5) ON CONFLICT (key, fold) DO UPDATE SET type = excluded.type, data = excluded.data",
@@ -487,7 +437,11 @@ int main(int argc, char** argv) {
   std::string pattern = (std::filesystem::temp_directory_path() / "qorc-bench-XXXXXX").string();
   if (mkdtemp(pattern.data()) == nullptr) return 1;
   g_dir = pattern;
-  for (int i = 0; i < kNames; ++i) g_names.push_back(C_STRING(i, C_STRING(u"Setting%04d")));
+  for (int i = 0; i < kNames; ++i) {
+    g_names.push_back(C_STRING(i, C_STRING(u"Setting%04d")));
+    g_nameBytes.push_back(NameBytes(g_names.back()));
+    g_foldBytes.push_back(FoldBytes(g_names.back()));
+  }
   g_store = C_REGKEY::OpenStore(C_STRING((g_dir + "/library.sqlite").c_str()));
   if (g_store == nullptr || !PrepareDirect(g_dir + "/direct.sqlite")) return 1;
   // The key exists from the start; each benchmark stores the entries it reads.

@@ -5,7 +5,9 @@
 #ifndef QORC_PLATFORM_SETTINGS_BACKEND_H
 #define QORC_PLATFORM_SETTINGS_BACKEND_H
 
+#include <functional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "platform/settings_store.h"
@@ -71,6 +73,37 @@ std::u16string SettingsNameFromBytes(const unsigned char* bytes, std::size_t siz
 bool SplitSettingsKeyPath(const std::u16string& path, std::vector<std::u16string>* parts);
 // The path of `path` opened under a key opened by `parent`.
 std::u16string JoinSettingsKeyPath(const std::u16string& parent, const std::u16string& path);
+
+// The key ids a back-end has looked up, by parent id and folded name. Key ids
+// are never reused, so a remembered id either still names its key or names
+// none; a handle whose key turns out gone finds its path again
+// (RefreshSettingsKey).
+class SettingsKeyIds {
+ public:
+  // Finds (or, as the back-end decides, makes) the child of `parent` named
+  // `name`, whose folded form is `fold`; false when that failed, the back-end
+  // keeping why.
+  using Lookup =
+      std::function<bool(long long parent, const std::u16string& name, const std::string& fold, long long* child)>;
+
+  // Walks `parts` down from the key `id`, asking `lookup` at each step and
+  // remembering what it answers; with `remembered`, ids found before are
+  // taken without asking. False as soon as a lookup fails.
+  bool Resolve(long long id, const std::vector<std::u16string>& parts, bool remembered, const Lookup& lookup,
+               long long* found);
+  // Forgets every id, as when the change that found them was rolled back.
+  void Clear() { ids_.clear(); }
+
+ private:
+  std::unordered_map<std::string, long long> ids_;
+};
+
+// When `gone` says the key's id no longer names a key, finds the key's path
+// again from the top with `resolve` (a walk without remembered ids); true
+// when the handle now names another id, so that the failed operation is worth
+// repeating. The top key is never gone.
+bool RefreshSettingsKey(SettingsKey* key, const std::function<bool(long long id)>& gone,
+                        const std::function<bool(const std::vector<std::u16string>& parts, long long* id)>& resolve);
 
 }  // namespace qorc::platform
 

@@ -209,4 +209,38 @@ std::u16string JoinSettingsKeyPath(const std::u16string& parent, const std::u16s
   return parent.empty() || path.empty() ? parent + path : parent + u'\\' + path;
 }
 
+// Key ids ---------------------------------------------------------------------------------
+
+bool SettingsKeyIds::Resolve(long long id, const std::vector<std::u16string>& parts, bool remembered,
+                             const Lookup& lookup, long long* found) {
+  for (const std::u16string& part : parts) {
+    const std::string fold = SettingsFoldBytes(part);
+    std::string childKey(reinterpret_cast<const char*>(&id), sizeof id);
+    childKey += fold;
+    if (remembered) {
+      const auto known = ids_.find(childKey);
+      if (known != ids_.end()) {
+        id = known->second;
+        continue;
+      }
+    }
+    long long child = 0;
+    if (!lookup(id, part, fold, &child)) return false;
+    ids_[childKey] = child;
+    id = child;
+  }
+  *found = id;
+  return true;
+}
+
+bool RefreshSettingsKey(SettingsKey* key, const std::function<bool(long long id)>& gone,
+                        const std::function<bool(const std::vector<std::u16string>& parts, long long* id)>& resolve) {
+  if (key->id == kTopSettingsKeyId || !gone(key->id)) return false;
+  std::vector<std::u16string> parts;
+  long long id = 0;
+  if (!SplitSettingsKeyPath(key->path, &parts) || !resolve(parts, &id)) return false;
+  key->id = id;
+  return true;
+}
+
 }  // namespace qorc::platform

@@ -6,41 +6,15 @@ and file names are offered where a command or an option wants a file.
     check_completion.py QOR COMPLETION_SCRIPT
 """
 import os
-import re
 import shlex
 import subprocess
 import sys
 import tempfile
 import unittest
 
-QOR = SCRIPT = None
+import qor_help
 
-
-def help_of(path):
-    return subprocess.run([QOR, *path, "--help"], stdout=subprocess.PIPE, text=True, check=True).stdout
-
-
-def section_names(help_text, title):
-    names, inside = [], False
-    for line in help_text.splitlines():
-        if line == title:
-            inside = True
-        elif inside and not line.strip():
-            break
-        elif inside and re.match(r"  \S", line):
-            names.append(re.split(r"\s{2,}", line.strip())[0])
-    return names
-
-
-def command_tree(path=()):
-    """{path: (subcommands, options)} for every command, from the help."""
-    text = help_of(list(path))
-    children = [name.split(" ")[0] for name in section_names(text, "Subcommands:")]
-    options = [flag for head in section_names(text, "Options:") for flag in head.split(" ")[0].split(",")]
-    tree = {path: (children, options)}
-    for child in children:
-        tree.update(command_tree((*path, child)))
-    return tree
+SCRIPT = None
 
 
 def complete_all(lines_list, cwd):
@@ -61,7 +35,7 @@ def complete_all(lines_list, cwd):
 class Completion(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        cls.tree = command_tree()
+        cls.tree = qor_help.command_tree()
         cls.folder = tempfile.TemporaryDirectory()
         for name in ("alpha.txt", "alpha.qz", "beta.txt"):
             open(os.path.join(cls.folder.name, name), "w").close()
@@ -120,5 +94,5 @@ class Completion(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    QOR, SCRIPT = (os.path.abspath(arg) for arg in sys.argv[1:3])
+    qor_help.QOR, SCRIPT = (os.path.abspath(arg) for arg in sys.argv[1:3])
     unittest.main(argv=sys.argv[:1], verbosity=1)

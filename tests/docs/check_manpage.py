@@ -6,53 +6,16 @@ that help cannot give are there.
 
     check_manpage.py QOR MANPAGE
 """
-import functools
 import os
 import re
 import subprocess
 import sys
 import unittest
 
-QOR = MANPAGE = None
+import qor_help
+from qor_help import help_of, options_of, section_names
 
-
-@functools.lru_cache(maxsize=None)
-def help_of_path(path):
-    result = subprocess.run([QOR, *path, "--help"], stdout=subprocess.PIPE, text=True, check=True)
-    return result.stdout
-
-
-def help_of(path):
-    return help_of_path(tuple(path))
-
-
-def section_names(help_text, title):
-    """The names (first column) of the entries under a section title of CLI11's help."""
-    names = []
-    inside = False
-    for line in help_text.splitlines():
-        if line == title:
-            inside = True
-        elif inside and not line.strip():
-            break
-        elif inside and re.match(r"  \S", line):
-            names.append(re.split(r"\s{2,}", line.strip())[0])
-    return names
-
-
-def options_of(help_text):
-    flags = []
-    for head in section_names(help_text, "Options:"):
-        flags += head.split(" ")[0].split(",")
-    return flags
-
-
-def commands(path=()):
-    """Every command path below `path`, depth first, from the help itself."""
-    for name in section_names(help_of(list(path)), "Subcommands:"):
-        child = (*path, name.split(" ")[0])
-        yield child
-        yield from commands(child)
+MANPAGE = None
 
 
 def rendered_page():
@@ -84,7 +47,7 @@ class ManualPage(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.top, cls.subsections = sections(rendered_page())
-        cls.commands = list(commands())
+        cls.commands = [path for path in qor_help.command_tree() if path]
 
     def subsection_of(self, path):
         title = "qor " + " ".join(path)
@@ -106,14 +69,14 @@ class ManualPage(unittest.TestCase):
             self.assertRegex(self.top["EXIT STATUS"], rf"(?m)^\s+{status}\s")
 
     def test_every_option_of_qor_itself(self):
-        for flag in options_of(help_of([])):
+        for flag in options_of(help_of()):
             self.assertRegex(self.top["OPTIONS"], rf"(?<![\w-]){re.escape(flag)}(?![\w-])")
 
     def test_every_command_with_its_description_arguments_and_options(self):
         for path in self.commands:
             with self.subTest(command=" ".join(path)):
                 text = self.subsection_of(path)
-                help_text = help_of(list(path))
+                help_text = help_of(path)
                 description = help_text.splitlines()[0]
                 self.assertIn(" ".join(description.split()), " ".join(text.split()))
                 for positional in section_names(help_text, "Positionals:"):
@@ -139,5 +102,5 @@ class ManualPage(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    QOR, MANPAGE = sys.argv[1:3]
+    qor_help.QOR, MANPAGE = sys.argv[1:3]
     unittest.main(argv=sys.argv[:1], verbosity=1)

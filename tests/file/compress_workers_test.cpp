@@ -3,10 +3,12 @@
 // failures, and no thread left once the file is closed.
 #include <zlib.h>
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <random>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "file/block_compressor.h"
@@ -43,25 +45,18 @@ std::string TextLike(std::size_t size, unsigned seed) {
   return out;
 }
 
-// One step of a writer: bytes to write, or a flush (count 0).
-struct Step {
-  std::size_t count;
-};
-
-// Writes of random sizes (a few bytes to beyond two blocks) with flushes
-// between some of them.
-std::vector<Step> RandomSteps(std::size_t total, unsigned seed) {
+// The steps of a writer: writes of random sizes (a few bytes to beyond two
+// blocks), and flushes (0) between some of them.
+std::vector<std::size_t> RandomSteps(std::size_t total, unsigned seed) {
   std::mt19937 random(seed);
-  std::vector<Step> steps;
-  std::size_t done = 0;
-  while (done < total) {
+  std::vector<std::size_t> steps;
+  for (std::size_t done = 0; done < total;) {
     const unsigned kind = random() % 10;
     std::size_t count = kind < 4 ? random() % 100 + 1 : (kind < 8 ? random() % kBlock + 1 : random() % (3 * kBlock));
-    if (count > total - done) count = total - done;
-    if (count == 0) count = 1;
-    steps.push_back({count});
+    count = std::max<std::size_t>(1, std::min(count, total - done));
+    steps.push_back(count);
     done += count;
-    if (random() % 5 == 0) steps.push_back({0});
+    if (random() % 5 == 0) steps.push_back(0);
   }
   return steps;
 }
@@ -72,21 +67,18 @@ struct Written {
 };
 
 // The file that `steps` over `data` make with `workers` workers.
-Written WriteSteps(const std::string& path, int mode, const std::string& data, const std::vector<Step>& steps,
+Written WriteSteps(const std::string& path, int mode, const std::string& data, const std::vector<std::size_t>& steps,
                    int workers) {
   Written result;
   {
     WorkerCount count(workers);
     C_FILE file(LibraryPath(path), mode, C_FILE::COMPRESSED);
     std::size_t at = 0;
-    for (const Step& step : steps) {
-      if (step.count == 0) {
-        file.Flush();
-        if ((mode & C_FILE::DIRECT) != 0) result.sizes.push_back(file.GetSize());
-      } else {
-        file.Write(static_cast<int>(step.count), data.data() + at);
-        at += step.count;
-      }
+    for (const std::size_t step : steps) {
+      if (step == 0) file.Flush();
+      if (step == 0 && (mode & C_FILE::DIRECT) != 0) result.sizes.push_back(file.GetSize());
+      if (step != 0) file.Write(static_cast<int>(step), data.data() + at);
+      at += step;
       EXPECT_FALSE(C_ERROR::Is());
     }
   }
@@ -101,8 +93,7 @@ std::string DecodeBlocksWithZlib(const std::string& file) {
   std::string out;
   std::size_t at = 16;
   while (at + 8 <= file.size()) {
-    unsigned stored = 0;
-    unsigned packed = 0;
+    unsigned stored = 0, packed = 0;
     std::memcpy(&stored, file.data() + at, 4);
     std::memcpy(&packed, file.data() + at + 4, 4);
     EXPECT_GE(stored, 1u);
@@ -124,48 +115,27 @@ std::string DecodeBlocksWithZlib(const std::string& file) {
 using CompressWorkers = FileTest;
 
 TEST_F(CompressWorkers, AnyWritesAndFlushesGiveTheSameFileWithAnyNumberOfWorkers) {
-  const std::string inputs[] = {RandomBytes(9 * kBlock + 4321, 21), TextLike(12 * kBlock + 99, 22)};
+  // Two workers keep every block slot busy and the writer waiting; eight take
+  // the file's blocks with slots to spare.
+  const std::string data = RandomBytes(9 * kBlock + 4321, 21);
+  const std::vector<std::size_t> steps = RandomSteps(data.size(), 1);
   for (int route : {int{C_FILE::WRITE}, C_FILE::WRITE | C_FILE::DIRECT}) {
     const bool inPlace = (route & C_FILE::DIRECT) != 0;
-    for (unsigned seed = 1; seed <= 2; ++seed) {
-      const std::string& data = inputs[seed - 1];
-      SCOPED_TRACE(std::string(inPlace ? "in place" : "through a temporary file") + ", input " + std::to_string(seed));
-      const std::vector<Step> steps = RandomSteps(data.size(), seed);
-      const Written alone = WriteSteps(path, route, data, steps, 1);
-      const std::string decoded = DecodeBlocksWithZlib(alone.bytes);
-      // Through a temporary file every byte comes back; in place, writes that
-      // cross the end of the block buffer keep their old losses, alike for
-      // every number of workers.
-      if (!inPlace) {
-        EXPECT_TRUE(decoded == data);
-      }
-      for (int workers : {2, 3, 8}) {
-        SCOPED_TRACE(std::to_string(workers) + " workers");
-        const Written parallel = WriteSteps(path, route, data, steps, workers);
-        EXPECT_EQ(parallel.bytes.size(), alone.bytes.size());
-        EXPECT_TRUE(parallel.bytes == alone.bytes);
-        EXPECT_EQ(parallel.sizes, alone.sizes);
-      }
+    SCOPED_TRACE(inPlace ? "in place" : "through a temporary file");
+    const Written alone = WriteSteps(path, route, data, steps, 1);
+    // Through a temporary file every byte comes back; in place, writes that
+    // cross the end of the block buffer keep their old losses, alike for
+    // every number of workers.
+    const std::string decoded = DecodeBlocksWithZlib(alone.bytes);
+    EXPECT_TRUE(inPlace || decoded == data);
+    for (int workers : {2, 8}) {
+      SCOPED_TRACE(std::to_string(workers) + " workers");
+      const Written parallel = WriteSteps(path, route, data, steps, workers);
+      EXPECT_EQ(parallel.bytes.size(), alone.bytes.size());
+      EXPECT_TRUE(parallel.bytes == alone.bytes);
+      EXPECT_EQ(parallel.sizes, alone.sizes);
     }
   }
-}
-
-TEST_F(CompressWorkers, BlocksOfOneWriteEachGiveTheDataBack) {
-  // Whole blocks written one by one into the in-place writer: the data come
-  // back whole, and every block but the last is a full one.
-  const std::string data = TextLike(20 * kBlock + 5, 3);
-  WorkerCount count(2);
-  {
-    C_FILE file(LibraryPath(path), C_FILE::WRITE | C_FILE::DIRECT, C_FILE::COMPRESSED);
-    for (std::size_t at = 0; at < data.size(); at += kBlock) {
-      file.Write(static_cast<int>(std::min<std::size_t>(kBlock, data.size() - at)), data.data() + at);
-    }
-  }
-  ASSERT_FALSE(C_ERROR::Is());
-  const std::string bytes = ReadBytes(path);
-  EXPECT_TRUE(DecodeBlocksWithZlib(bytes) == data);
-  C_FILE::CheckCompression(LibraryPath(path));
-  EXPECT_FALSE(C_ERROR::Is());
 }
 
 TEST_F(CompressWorkers, WorkersStartWithTheFirstBlocksAndEndWithTheFile) {
@@ -175,9 +145,7 @@ TEST_F(CompressWorkers, WorkersStartWithTheFirstBlocksAndEndWithTheFile) {
   {
     WorkerCount count(1);
     C_FILE file(LibraryPath(path), C_FILE::WRITE | C_FILE::DIRECT, C_FILE::COMPRESSED);
-    file.Write(kBlock, data.data());
-    file.Write(kBlock, data.data() + kBlock);
-    file.Write(kBlock, data.data() + 2 * kBlock);
+    for (int i = 0; i < 3; ++i) file.Write(kBlock, data.data() + i * kBlock);
     EXPECT_EQ(ProcessThreadCount(), before) << "one worker: the writing thread compresses";
   }
   {
@@ -207,17 +175,11 @@ TEST_F(CompressWorkers, WorkersStartWithTheFirstBlocksAndEndWithTheFile) {
   EXPECT_TRUE(DecodeBlocksWithZlib(ReadBytes(path)) == data);
 }
 
-struct Failure {
-  const C_ERROR* error;
-  std::u16string extra;
-  bool operator==(const Failure& other) const { return error == other.error && extra == other.extra; }
-};
-
 // Writes to a full disk until a call fails, then closes: the error pending
-// at the end, and whether the failure showed before the file closed.
-Failure WriteToFullDisk(int mode, const std::string& data, int workers, bool* beforeClosing) {
+// at the end, its extra text, and whether the failure showed before closing.
+std::tuple<const C_ERROR*, std::u16string, bool> WriteToFullDisk(int mode, const std::string& data, int workers) {
   WorkerCount count(workers);
-  *beforeClosing = false;
+  bool beforeClosing = false;
   {
     C_FILE file(LibraryPath("/dev/full"), mode, C_FILE::COMPRESSED);
     EXPECT_FALSE(C_ERROR::Is());
@@ -225,9 +187,9 @@ Failure WriteToFullDisk(int mode, const std::string& data, int workers, bool* be
       file.Write(static_cast<int>(std::min<std::size_t>(1000, data.size() - at)), data.data() + at);
     }
     if (!C_ERROR::Is()) file.Flush();
-    *beforeClosing = C_ERROR::Is();
+    beforeClosing = C_ERROR::Is();
   }
-  Failure failure{C_ERROR::GetPending(), Text(C_ERROR::GetPendingExtra())};
+  const auto failure = std::make_tuple(C_ERROR::GetPending(), Text(C_ERROR::GetPendingExtra()), beforeClosing);
   C_ERROR::ClearPending();
   return failure;
 }
@@ -238,41 +200,39 @@ TEST_F(CompressWorkers, AFullDiskGivesTheSameErrorAndLeavesNoWorker) {
   const std::string data = RandomBytes(10 * kBlock, 9);
   for (int mode : {C_FILE::WRITE | C_FILE::DIRECT, int{C_FILE::WRITE}}) {
     SCOPED_TRACE(mode == C_FILE::WRITE ? "through a temporary file" : "in place");
-    bool aloneBeforeClosing = false;
-    const Failure alone = WriteToFullDisk(mode, data, 1, &aloneBeforeClosing);
-    EXPECT_EQ(alone.error, &CerrFileNotEnoughSpace);
-    EXPECT_EQ(alone.extra, Text(LibraryPath("/dev/full", true)));
+    const auto alone = WriteToFullDisk(mode, data, 1);
+    EXPECT_EQ(std::get<0>(alone), &CerrFileNotEnoughSpace);
+    EXPECT_EQ(std::get<1>(alone), Text(LibraryPath("/dev/full", true)));
     for (int workers : {2, 8}) {
-      bool beforeClosing = false;
-      const Failure parallel = WriteToFullDisk(mode, data, workers, &beforeClosing);
-      EXPECT_TRUE(parallel == alone);
-      // In place the failure shows at a write or the flush that waits for
-      // the failed block, before closing, as it does without workers.
-      EXPECT_EQ(beforeClosing, aloneBeforeClosing);
-      if (before >= 0) {
-        EXPECT_EQ(ProcessThreadCount(), before);
-      }
+      // The same error, shown as early: in place at a write or the flush that
+      // waits for the failed block, before closing, as without workers.
+      EXPECT_EQ(WriteToFullDisk(mode, data, workers), alone) << workers << " workers";
+      EXPECT_TRUE(before < 0 || ProcessThreadCount() == before);
     }
   }
 }
 
-TEST_F(CompressWorkers, AFlushPutsEveryBlockHandedOverOnDisk) {
-  const std::string data = RandomBytes(40 * kBlock, 11);
+TEST_F(CompressWorkers, AFlushPutsEveryBlockHandedOverOnDiskAndWholeBlocksComeBackWhole) {
+  // Whole blocks written one by one into the in-place writer, and a short last one.
+  const std::string data = TextLike(40 * kBlock + 5, 11);
   WorkerCount count(4);
   {
     C_FILE file(LibraryPath(path), C_FILE::WRITE | C_FILE::DIRECT, C_FILE::COMPRESSED);
     for (int i = 0; i < 6; ++i) file.Write(kBlock, data.data() + i * kBlock);
     file.Flush();
     ASSERT_FALSE(C_ERROR::Is());
-    const std::string flushed = ReadBytes(path);
-    EXPECT_EQ(DecodeBlocksWithZlib(flushed).size(), 6u * kBlock);
+    EXPECT_EQ(DecodeBlocksWithZlib(ReadBytes(path)).size(), 6u * kBlock);
     // Every block handed over so far is on disk after the flush; the ones
     // handed over later reach it at the latest when the file closes.
-    for (int i = 6; i < 40; ++i) file.Write(kBlock, data.data() + i * kBlock);
+    for (std::size_t at = 6 * kBlock; at < data.size(); at += kBlock) {
+      file.Write(static_cast<int>(std::min<std::size_t>(kBlock, data.size() - at)), data.data() + at);
+    }
     EXPECT_FALSE(C_ERROR::Is());
   }
   EXPECT_FALSE(C_ERROR::Is());
   EXPECT_TRUE(DecodeBlocksWithZlib(ReadBytes(path)) == data);
+  C_FILE::CheckCompression(LibraryPath(path));
+  EXPECT_FALSE(C_ERROR::Is());
 }
 
 TEST(BlockDeflaterTest, GivesZlibCompressByteForByte) {

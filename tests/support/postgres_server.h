@@ -11,7 +11,6 @@
 #ifndef QORC_TESTS_SUPPORT_POSTGRES_SERVER_H
 #define QORC_TESTS_SUPPORT_POSTGRES_SERVER_H
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <grp.h>
 #include <libpq-fe.h>
@@ -22,8 +21,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -72,19 +69,15 @@ class PostgresServer {
   // The first value of a query (text form), "" when there is none; "<error: ...>" on failure.
   std::string Query(const std::string& uri, const std::string& sql) const {
     PGconn* conn = PQconnectdb(uri.c_str());
+    PGresult* result = PQstatus(conn) == CONNECTION_OK ? PQexec(conn, sql.c_str()) : nullptr;
+    const ExecStatusType status = PQresultStatus(result);
     std::string out;
-    if (PQstatus(conn) != CONNECTION_OK) {
-      out = std::string("<error: ") + PQerrorMessage(conn) + ">";
-    } else {
-      PGresult* result = PQexec(conn, sql.c_str());
-      const ExecStatusType status = PQresultStatus(result);
-      if (status != PGRES_TUPLES_OK && status != PGRES_COMMAND_OK) {
-        out = std::string("<error: ") + PQresultErrorMessage(result) + ">";
-      } else if (status == PGRES_TUPLES_OK && PQntuples(result) > 0 && !PQgetisnull(result, 0, 0)) {
-        out = PQgetvalue(result, 0, 0);
-      }
-      PQclear(result);
+    if (result == nullptr || (status != PGRES_TUPLES_OK && status != PGRES_COMMAND_OK)) {
+      out = std::string("<error: ") + (result != nullptr ? PQresultErrorMessage(result) : PQerrorMessage(conn)) + ">";
+    } else if (status == PGRES_TUPLES_OK && PQntuples(result) > 0 && !PQgetisnull(result, 0, 0)) {
+      out = PQgetvalue(result, 0, 0);
     }
+    PQclear(result);
     PQfinish(conn);
     return out;
   }
@@ -196,23 +189,20 @@ class PostgresServer {
     watchdog_ = ends[1];
   }
 
+  // QORC_PG_BINDIR, else the newest of Debian's /usr/lib/postgresql/VERSION/bin.
   static std::string FindBinaries() {
-    if (const char* given = std::getenv("QORC_PG_BINDIR")) {
-      return access((std::string(given) + "/initdb").c_str(), X_OK) == 0 ? std::string(given) : std::string();
-    }
-    std::vector<std::string> found;
+    const auto usable = [](const std::string& bin) {
+      return access((bin + "/initdb").c_str(), X_OK) == 0 && access((bin + "/pg_ctl").c_str(), X_OK) == 0;
+    };
+    if (const char* given = std::getenv("QORC_PG_BINDIR")) return usable(given) ? given : "";
+    std::string newest;
     std::error_code error;
     for (const auto& entry : std::filesystem::directory_iterator("/usr/lib/postgresql", error)) {
-      if (access((entry.path() / "bin/initdb").c_str(), X_OK) == 0 &&
-          access((entry.path() / "bin/pg_ctl").c_str(), X_OK) == 0) {
-        found.push_back((entry.path() / "bin").string());
-      }
+      const std::string bin = (entry.path() / "bin").string();
+      const auto version = [](const std::string& path) { return std::atoi(path.c_str() + 20); };  // after ".../"
+      if (usable(bin) && (newest.empty() || version(bin) > version(newest))) newest = bin;
     }
-    if (found.empty()) return std::string();
-    std::sort(found.begin(), found.end(), [](const std::string& a, const std::string& b) {
-      return std::atoi(a.c_str() + 20) < std::atoi(b.c_str() + 20);  // after "/usr/lib/postgresql/"
-    });
-    return found.back();
+    return newest;
   }
 
   int Control(std::vector<std::string> arguments) const {
@@ -244,29 +234,13 @@ class PostgresServer {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   }
 
+  // The postmaster (a process of one thread) and its children, as the kernel lists them.
   std::vector<pid_t> ServerProcesses() const {
-    std::vector<pid_t> pids;
-    std::ifstream pidFile(dir_ + "/data/postmaster.pid");
-    pid_t postmaster = 0;
-    if (!(pidFile >> postmaster)) return pids;
-    pids.push_back(postmaster);
-    if (DIR* proc = opendir("/proc")) {
-      while (dirent* entry = readdir(proc)) {
-        const pid_t pid = std::atoi(entry->d_name);
-        if (pid <= 0) continue;
-        std::ifstream stat(std::string("/proc/") + entry->d_name + "/stat");
-        std::string line;
-        std::getline(stat, line);
-        const std::size_t close = line.rfind(')');
-        if (close == std::string::npos) continue;
-        char state;
-        pid_t parent = 0;
-        if (std::sscanf(line.c_str() + close + 1, " %c %d", &state, &parent) == 2 && parent == postmaster) {
-          pids.push_back(pid);
-        }
-      }
-      closedir(proc);
-    }
+    std::vector<pid_t> pids(1, 0);
+    if (!(std::ifstream(dir_ + "/data/postmaster.pid") >> pids[0])) return {};
+    const std::string postmaster = std::to_string(pids[0]);
+    std::ifstream children("/proc/" + postmaster + "/task/" + postmaster + "/children");
+    for (pid_t child; children >> child;) pids.push_back(child);
     return pids;
   }
 

@@ -54,7 +54,6 @@
 #include <new>
 #include <string>
 #include <thread>
-#include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
@@ -207,9 +206,9 @@ struct Store {
   // A batch is a transaction of one session, of the process that began it.
   Batch batch = Batch::None;
   unsigned long batchProcess = 0;
-  // Key ids by parent id and folded name, as this store found them (ids
-  // name the same keys in every session).
-  std::unordered_map<std::string, long long> children;
+  // Key ids as this store found them (ids name the same keys in every
+  // session).
+  SettingsKeyIds children;
   SettingsKey* top = nullptr;
 };
 
@@ -271,7 +270,7 @@ bool WaitForSocket(PGconn* conn, short events, Clock::time_point deadline) {
 void Disconnect(Store* store) {
   store->connection.Release();
   // Ids found inside a transaction that the server rolled back are void.
-  store->children.clear();
+  store->children.Clear();
   if (store->batch == Batch::Open) store->batch = Batch::Broken;
 }
 
@@ -529,14 +528,14 @@ class Transaction {
     Outcome outcome = commit.outcome();
     // A transaction that failed on the way ends in a rollback, which COMMIT reports.
     if (outcome == Outcome::Ok && std::strcmp(commit.command(), "COMMIT") != 0) outcome = Outcome::Failed;
-    if (outcome != Outcome::Ok) store_->children.clear();
+    if (outcome != Outcome::Ok) store_->children.Clear();
     return outcome;
   }
 
  private:
   void Rollback() {
     if (ConnOf(store_) != nullptr) Reply(RunText(store_, "ROLLBACK"));
-    store_->children.clear();
+    store_->children.Clear();
   }
 
   Store* store_;
@@ -607,26 +606,16 @@ Outcome InsertKey(Store* store, long long parent, const std::u16string& name, lo
 // this store found before are taken without asking the database.
 Outcome ResolvePath(Store* store, long long id, const std::vector<std::u16string>& parts, bool create, bool remembered,
                     long long* found) {
-  for (const std::u16string& part : parts) {
-    const std::string fold = SettingsFoldBytes(part);
-    std::string childKey(reinterpret_cast<const char*>(&id), sizeof id);
-    childKey += fold;
-    if (remembered) {
-      const auto known = store->children.find(childKey);
-      if (known != store->children.end()) {
-        id = known->second;
-        continue;
-      }
-    }
-    long long child = 0;
-    Outcome outcome = FindChild(store, id, fold, &child);
-    if (outcome == Outcome::NotFound && create) outcome = InsertKey(store, id, part, &child);
-    if (outcome != Outcome::Ok) return outcome;
-    store->children[childKey] = child;
-    id = child;
-  }
-  *found = id;
-  return Outcome::Ok;
+  Outcome outcome = Outcome::Ok;
+  store->children.Resolve(
+      id, parts, remembered,
+      [&](long long parent, const std::u16string& name, const std::string& fold, long long* child) {
+        outcome = FindChild(store, parent, fold, child);
+        if (outcome == Outcome::NotFound && create) outcome = InsertKey(store, parent, name, child);
+        return outcome == Outcome::Ok;
+      },
+      found);
+  return outcome;
 }
 
 Outcome KeyExists(Store* store, long long id) {
@@ -640,17 +629,12 @@ Outcome KeyExists(Store* store, long long id) {
 // repeating.
 bool Refresh(SettingsKey* key) {
   Store* store = StoreOf(key);
-  if (key->id == kTopSettingsKeyId || Attempt(store, [&] { return KeyExists(store, key->id); }) != Outcome::NotFound) {
-    return false;
-  }
-  std::vector<std::u16string> parts;
-  long long id = 0;
-  if (!SplitSettingsKeyPath(key->path, &parts) ||
-      Attempt(store, [&] { return ResolvePath(store, kTopSettingsKeyId, parts, false, false, &id); }) != Outcome::Ok) {
-    return false;
-  }
-  key->id = id;
-  return true;
+  return RefreshSettingsKey(
+      key, [&](long long id) { return Attempt(store, [&] { return KeyExists(store, id); }) == Outcome::NotFound; },
+      [&](const std::vector<std::u16string>& parts, long long* id) {
+        return Attempt(store, [&] { return ResolvePath(store, kTopSettingsKeyId, parts, false, false, id); }) ==
+               Outcome::Ok;
+      });
 }
 
 // Runs the operation, and once more when it failed because the key's id had
@@ -892,7 +876,7 @@ SettingsResult DeleteSettingsSubkey(SettingsKey* key, const std::u16string& name
       }
       outcome = DeleteKeyRow(store, id);
       if (outcome != Outcome::Ok) return outcome;
-      store->children.clear();
+      store->children.Clear();
       return change.Commit();
     });
   } catch (const std::bad_alloc&) {
@@ -918,7 +902,7 @@ SettingsResult DeleteSettingsTree(SettingsKey* key, const std::u16string& path) 
       if (outcome == Outcome::NotFound) return change.Commit();
       if (outcome == Outcome::Ok) outcome = DeleteKeyRow(store, id);
       if (outcome != Outcome::Ok) return outcome;
-      store->children.clear();
+      store->children.Clear();
       return change.Commit();
     }));
   } catch (const std::bad_alloc&) {
@@ -982,7 +966,7 @@ bool CommitSettingsBatch(SettingsKey* key) {
   Reply commit(RunText(store, "COMMIT"));
   store->batch = Batch::None;
   if (commit.outcome() == Outcome::Ok && std::strcmp(commit.command(), "COMMIT") == 0) return true;
-  store->children.clear();
+  store->children.Clear();
   return false;
 }
 
@@ -994,7 +978,7 @@ void AbandonSettingsBatch(SettingsKey* key) {
     Reply(RunText(store, "ROLLBACK"));
   }
   store->batch = Batch::None;
-  store->children.clear();
+  store->children.Clear();
 }
 
 std::u16string SettingsKeyPath(const SettingsKey* key) {

@@ -29,7 +29,6 @@
 #include <memory>
 #include <new>
 #include <string>
-#include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
@@ -100,8 +99,8 @@ const char* const kSchema =
 struct Connection {
   sqlite3* db = nullptr;
   sqlite3_stmt* statements[kStatementCount] = {};
-  // Key ids by parent id and folded name, as this connection found them.
-  std::unordered_map<std::string, sqlite3_int64> children;
+  // Key ids as this connection found them.
+  SettingsKeyIds children;
 
   ~Connection() {
     for (sqlite3_stmt* statement : statements) sqlite3_finalize(statement);
@@ -253,7 +252,7 @@ class Transaction {
   // Key ids found or made inside the change are void with it.
   void Rollback() {
     sqlite3_exec(connection_->db, "ROLLBACK", nullptr, nullptr, nullptr);
-    connection_->children.clear();
+    connection_->children.Clear();
   }
 
   Connection* connection_;
@@ -294,26 +293,16 @@ bool SplitKeyPath(const std::u16string& path, std::vector<std::u16string>* parts
 // this connection found before are taken without asking the database.
 SettingsResult ResolvePath(Connection* connection, sqlite3_int64 id, const std::vector<std::u16string>& parts,
                            bool create, bool remembered, sqlite3_int64* found) {
-  for (const std::u16string& part : parts) {
-    const std::string fold = FoldBytes(part);
-    std::string child_key(reinterpret_cast<const char*>(&id), sizeof id);
-    child_key += fold;
-    if (remembered) {
-      const auto known = connection->children.find(child_key);
-      if (known != connection->children.end()) {
-        id = known->second;
-        continue;
-      }
-    }
-    sqlite3_int64 child = 0;
-    SettingsResult result = FindChild(connection, id, fold, &child);
-    if (result == SettingsResult::NotFound && create) result = InsertKey(connection, id, part, &child);
-    if (result != SettingsResult::Ok) return result;
-    connection->children[child_key] = child;
-    id = child;
-  }
-  *found = id;
-  return SettingsResult::Ok;
+  SettingsResult result = SettingsResult::Ok;
+  connection->children.Resolve(
+      id, parts, remembered,
+      [&](long long parent, const std::u16string& name, const std::string& fold, long long* child) {
+        result = FindChild(connection, parent, fold, child);
+        if (result == SettingsResult::NotFound && create) result = InsertKey(connection, parent, name, child);
+        return result == SettingsResult::Ok;
+      },
+      found);
+  return result;
 }
 
 bool KeyExists(Connection* connection, sqlite3_int64 id) {
@@ -327,15 +316,11 @@ bool KeyExists(Connection* connection, sqlite3_int64 id) {
 // the handle now names another id, so that the failed operation is worth
 // repeating.
 bool Refresh(Connection* connection, SettingsKey* key) {
-  if (key->id == kTopKeyId || KeyExists(connection, key->id)) return false;
-  std::vector<std::u16string> parts;
-  sqlite3_int64 id = 0;
-  if (!SplitKeyPath(key->path, &parts) ||
-      ResolvePath(connection, kTopKeyId, parts, false, false, &id) != SettingsResult::Ok) {
-    return false;
-  }
-  key->id = id;
-  return true;
+  return RefreshSettingsKey(
+      key, [&](long long id) { return !KeyExists(connection, id); },
+      [&](const std::vector<std::u16string>& parts, long long* id) {
+        return ResolvePath(connection, kTopKeyId, parts, false, false, id) == SettingsResult::Ok;
+      });
 }
 
 // The names of the key's subkeys or entries; NotFound when the key is gone.
@@ -534,9 +519,7 @@ SettingsResult OpenSettingsKey(SettingsKey* parent, const std::u16string& path, 
       return change.Commit() ? SettingsResult::Ok : SettingsResult::Failed;
     });
     if (result != SettingsResult::Ok) return result;
-    const std::u16string full =
-        parent->path.empty() || path.empty() ? parent->path + path : parent->path + u'\\' + path;
-    *key = NewKey(StoreOf(parent), id, access, full);
+    *key = NewKey(StoreOf(parent), id, access, JoinSettingsKeyPath(parent->path, path));
     return *key != nullptr ? SettingsResult::Ok : SettingsResult::Failed;
   } catch (const std::bad_alloc&) {
     return SettingsResult::Failed;
@@ -659,7 +642,7 @@ SettingsResult DeleteSettingsSubkey(SettingsKey* key, const std::u16string& name
       }
       result = DeleteKeyRow(connection, id);
       if (result != SettingsResult::Ok) return result;
-      connection->children.clear();
+      connection->children.Clear();
       return change.Commit() ? SettingsResult::Ok : SettingsResult::Failed;
     });
   } catch (const std::bad_alloc&) {
@@ -683,7 +666,7 @@ SettingsResult DeleteSettingsTree(SettingsKey* key, const std::u16string& path) 
     if (result == SettingsResult::NotFound) return SettingsResult::Ok;
     if (result == SettingsResult::Ok) result = DeleteKeyRow(connection, id);
     if (result != SettingsResult::Ok) return result;
-    connection->children.clear();
+    connection->children.Clear();
     return change.Commit() ? SettingsResult::Ok : SettingsResult::Failed;
   } catch (const std::bad_alloc&) {
     return SettingsResult::Failed;
@@ -732,7 +715,7 @@ void AbandonSettingsBatch(SettingsKey* key) {
   posix::Connection* connection = posix::Connect(key);
   if (connection != nullptr && sqlite3_get_autocommit(connection->db) == 0) {
     sqlite3_exec(connection->db, "ROLLBACK", nullptr, nullptr, nullptr);
-    connection->children.clear();
+    connection->children.Clear();
   }
 }
 
