@@ -102,7 +102,7 @@ class SettingsKeyIds {
 // again from the top with `resolve` (a walk without remembered ids); true
 // when the handle now names another id, so that the failed operation is worth
 // repeating. The top key is never gone.
-bool RefreshSettingsKey(SettingsKey* key, const std::function<bool(long long id)>& gone,
+bool RefreshSettingsKey(C_REGKEY::STORE_KEY* key, const std::function<bool(long long id)>& gone,
                         const std::function<bool(const std::vector<std::u16string>& parts, long long* id)>& resolve);
 
 }  // namespace qorc::platform

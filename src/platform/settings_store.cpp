@@ -233,7 +233,7 @@ bool SettingsKeyIds::Resolve(long long id, const std::vector<std::u16string>& pa
   return true;
 }
 
-bool RefreshSettingsKey(SettingsKey* key, const std::function<bool(long long id)>& gone,
+bool RefreshSettingsKey(C_REGKEY::STORE_KEY* key, const std::function<bool(long long id)>& gone,
                         const std::function<bool(const std::vector<std::u16string>& parts, long long* id)>& resolve) {
   if (key->id == kTopSettingsKeyId || !gone(key->id)) return false;
   std::vector<std::u16string> parts;

@@ -165,9 +165,9 @@ TEST_F(DataCommandsTest, ChecksumsStreamFilesOverFourGibibytesInLittleMemory) {
   EXPECT_EQ(ReadWholeFile(out),
             Hex(adler32(1, reinterpret_cast<const Bytef*>((head + tail).data()), static_cast<uInt>(2 * kMiB))) + "  " +
                 small + "\n");
-  if (smallPeak == 0 && RunningUnderWine()) {
-    GTEST_SKIP() << "Wine difference: GetProcessMemoryInfo reports no peak working set for a program that has "
-                    "ended, so the memory of the runs cannot be compared";
+  if ((peak == 0 || smallPeak == 0) && RunningUnderWine()) {
+    GTEST_SKIP() << "Wine difference: GetProcessMemoryInfo often reports a peak working set of zero for a "
+                    "program that has ended, so the memory of the runs cannot be compared";
   }
   ASSERT_GT(smallPeak, 0);
   EXPECT_GT(peak, 0);

@@ -38,17 +38,29 @@ class UserKey {
 
 // A value as the registry holds it: its type and bytes; type 0 when absent.
 std::pair<DWORD, std::string> RegistryValue(const std::string& key, const std::string& name) {
+  HKEY opened = nullptr;
+  if (RegOpenKeyExW(HKEY_CURRENT_USER, Wide(key).c_str(), 0, KEY_QUERY_VALUE, &opened) != ERROR_SUCCESS) return {0, ""};
   DWORD type = 0;
   DWORD size = 0;
-  if (RegGetValueW(HKEY_CURRENT_USER, Wide(key).c_str(), Wide(name).c_str(), RRF_RT_ANY | RRF_NOEXPAND, &type,
-                   nullptr, &size) != ERROR_SUCCESS) {
-    return {0, ""};
+  std::string bytes;
+  if (RegQueryValueExW(opened, Wide(name).c_str(), nullptr, &type, nullptr, &size) == ERROR_SUCCESS) {
+    bytes.resize(size);
+    RegQueryValueExW(opened, Wide(name).c_str(), nullptr, &type,
+                     bytes.empty() ? nullptr : reinterpret_cast<BYTE*>(&bytes[0]), &size);
+    bytes.resize(size);
+  } else {
+    type = 0;
   }
-  std::string bytes(size, '\0');
-  RegGetValueW(HKEY_CURRENT_USER, Wide(key).c_str(), Wide(name).c_str(), RRF_RT_ANY | RRF_NOEXPAND, &type,
-               bytes.empty() ? nullptr : &bytes[0], &size);
-  bytes.resize(size);
+  RegCloseKey(opened);
   return {type, bytes};
+}
+
+// The text of a .reg file of version 5, which is UTF-16: ASCII lines come
+// back as they are.
+std::string AsciiOfUtf16(const std::string& bytes) {
+  std::string text;
+  for (std::size_t i = 0; i + 1 < bytes.size(); i += 2) text += bytes[i];
+  return text;
 }
 
 TEST_F(ServiceCommandsWindowsTest, RegWorksOnTheUsersRegistryWithoutAStore) {
@@ -58,9 +70,10 @@ TEST_F(ServiceCommandsWindowsTest, RegWorksOnTheUsersRegistryWithoutAStore) {
                                                "]\r\n\"Name\"=\"caf\xC3\xA9\"\r\n\"Blob\"=hex:01,02,03\r\n\r\n[" +
                                                root + "\\Child]\r\n@=\"default\"\r\n");
   EXPECT_NE(Output({"reg", "import", file}).find("HKEY_CURRENT_USER"), std::string::npos);
-  // What the registry itself holds: a UTF-16 string with its terminator, the bytes as given.
+  // What the registry itself holds: a UTF-16 string with its terminator, in
+  // whole 32-bit words as the library stores entries; the bytes as given.
   EXPECT_EQ(RegistryValue(key.path(), "Name"),
-            std::make_pair(DWORD{REG_SZ}, std::string("c\0a\0f\0\xE9\0\0\0", 10)));
+            std::make_pair(DWORD{REG_SZ}, std::string("c\0a\0f\0\xE9\0\0\0\0\0", 12)));
   EXPECT_EQ(RegistryValue(key.path(), "Blob"), std::make_pair(DWORD{REG_BINARY}, std::string("\1\2\3")));
   // The registry chooses the order of entries: the listing is compared as a set.
   const std::string list = Output({"reg", "list", root});
@@ -68,12 +81,12 @@ TEST_F(ServiceCommandsWindowsTest, RegWorksOnTheUsersRegistryWithoutAStore) {
   EXPECT_NE(list.find("\"Name\"\n"), std::string::npos) << list;
   EXPECT_NE(list.find("\"Blob\"\n"), std::string::npos) << list;
   EXPECT_EQ(Output({"reg", "get", key.path() + "/Child", ""}), "@=\"default\"\n");
-  // Exported and imported again under another key, the file comes back the same.
+  // Exported as the registry editor writes it.
   Output({"reg", "export", root, dir.File("a.reg")});
-  const std::string exported = ReadWholeFile(dir.File("a.reg"));
+  const std::string exported = AsciiOfUtf16(ReadWholeFile(dir.File("a.reg")));
   EXPECT_NE(exported.find("\"Blob\"=hex:01,02,03"), std::string::npos) << exported;
   EXPECT_EQ(Outcome(Run({"reg", "list", key.path() + "\\Nothing"})),
-            Failure("qor: Not found: no key " + key.path() + "/Nothing in HKEY_CURRENT_USER\n"));
+            Failure("qor: Not found: no key " + key.path() + "\\Nothing in HKEY_CURRENT_USER\n"));
 }
 
 TEST_F(ServiceCommandsWindowsTest, StoragePutGetAndListThroughTheSystemsStructuredStorage) {
