@@ -66,12 +66,26 @@ unsigned long long BigEndian(const unsigned char* bytes) {
   return value;
 }
 
-unsigned long long PowMod(unsigned long long base, unsigned long long exponent, unsigned long long modulus) {
-  unsigned __int128 result = 1;
-  for (unsigned __int128 b = base % modulus; exponent != 0; exponent >>= 1, b = b * b % modulus) {
-    if (exponent & 1) result = result * b % modulus;
+// (a + b) mod m, for a and b below m, without overflow.
+unsigned long long AddMod(unsigned long long a, unsigned long long b, unsigned long long m) {
+  return a >= m - b ? a - (m - b) : a + b;
+}
+
+// a * b mod m by doubling, so that no 128-bit integer is needed (32-bit targets have none).
+unsigned long long MulMod(unsigned long long a, unsigned long long b, unsigned long long m) {
+  unsigned long long product = 0;
+  for (a %= m; b != 0; b >>= 1, a = AddMod(a, a, m)) {
+    if (b & 1) product = AddMod(product, a, m);
   }
-  return static_cast<unsigned long long>(result);
+  return product;
+}
+
+unsigned long long PowMod(unsigned long long base, unsigned long long exponent, unsigned long long modulus) {
+  unsigned long long result = 1 % modulus;
+  for (unsigned long long b = base % modulus; exponent != 0; exponent >>= 1, b = MulMod(b, b, modulus)) {
+    if (exponent & 1) result = MulMod(result, b, modulus);
+  }
+  return result;
 }
 
 TEST(Rsa, ASeedReproducesThePairAndRestoresTheGenerator) {

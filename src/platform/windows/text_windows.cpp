@@ -79,33 +79,43 @@ int SystemAnsiCodePage() {
   return static_cast<int>(::GetACP());
 }
 
+namespace {
+
+// The pair of code pages that OemCodePageFor looks for among the locales.
+struct CodePageSearch {
+  int ansi;
+  int oem;
+};
+
+// Called for each locale: stops at the first whose ANSI page is the one
+// wanted, keeping its OEM page. A function of the system's calling
+// convention, as 32-bit Windows needs.
+BOOL CALLBACK KeepOemPageOfLocale(LPWSTR name, DWORD, LPARAM data) {
+  CodePageSearch* wanted = reinterpret_cast<CodePageSearch*>(data);
+  DWORD ansi = 0, oem = 0;
+  if (::GetLocaleInfoEx(name, LOCALE_IDEFAULTANSICODEPAGE | LOCALE_RETURN_NUMBER, reinterpret_cast<LPWSTR>(&ansi),
+                        sizeof ansi / sizeof(wchar_t)) == 0 ||
+      static_cast<int>(ansi) != wanted->ansi) {
+    return TRUE;
+  }
+  if (::GetLocaleInfoEx(name, LOCALE_IDEFAULTCODEPAGE | LOCALE_RETURN_NUMBER, reinterpret_cast<LPWSTR>(&oem),
+                        sizeof oem / sizeof(wchar_t)) == 0) {
+    return TRUE;
+  }
+  wanted->oem = static_cast<int>(oem);
+  return FALSE;
+}
+
+}  // namespace
+
 int OemCodePageFor(int ansiCodePage) {
   // The system's own pairing for its ANSI page; for another page, the OEM
   // page of the first locale that uses it as its ANSI page, as Windows pairs
   // them (437 when none does).
   if (ansiCodePage == static_cast<int>(::GetACP())) return static_cast<int>(::GetOEMCP());
   if (ansiCodePage == kUtf8) return kUtf8;
-  struct Search {
-    int ansi;
-    int oem;
-  } search{ansiCodePage, 0};
-  ::EnumSystemLocalesEx(
-      [](LPWSTR name, DWORD, LPARAM data) -> BOOL {
-        Search* wanted = reinterpret_cast<Search*>(data);
-        DWORD ansi = 0, oem = 0;
-        if (::GetLocaleInfoEx(name, LOCALE_IDEFAULTANSICODEPAGE | LOCALE_RETURN_NUMBER, reinterpret_cast<LPWSTR>(&ansi),
-                              sizeof ansi / sizeof(wchar_t)) == 0 ||
-            static_cast<int>(ansi) != wanted->ansi) {
-          return TRUE;
-        }
-        if (::GetLocaleInfoEx(name, LOCALE_IDEFAULTCODEPAGE | LOCALE_RETURN_NUMBER, reinterpret_cast<LPWSTR>(&oem),
-                              sizeof oem / sizeof(wchar_t)) == 0) {
-          return TRUE;
-        }
-        wanted->oem = static_cast<int>(oem);
-        return FALSE;
-      },
-      LOCALE_WINDOWS, reinterpret_cast<LPARAM>(&search), nullptr);
+  CodePageSearch search{ansiCodePage, 0};
+  ::EnumSystemLocalesEx(KeepOemPageOfLocale, LOCALE_WINDOWS, reinterpret_cast<LPARAM>(&search), nullptr);
   return search.oem != 0 ? search.oem : 437;
 }
 
