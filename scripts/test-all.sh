@@ -15,8 +15,9 @@ for preset in default asan tsan windows; do
   cmake --build --preset "$preset" -j "$jobs"
   ctest --preset "$preset" -j "$jobs"
 done
-# The 32-bit Windows build must compile cleanly; its tests would need a
-# 32-bit Wine (wine32:i386), which this setup does not install.
+# The 32-bit Windows build must compile cleanly (the library, the tool and
+# the foundation tests); running them would need a 32-bit Wine (wine32:i386,
+# with the i386 architecture added to dpkg), which this setup does not install.
 echo "== preset windows32 (build only)"
 cmake --preset windows32
 cmake --build --preset windows32 -j "$jobs"

@@ -212,8 +212,11 @@ void C_FILE::Close() {
   // No worker outlives the file.
   StopCompressWorkers();
   if (stream_ != nullptr) {
-    // Buffered data reaches the disk here: a full disk shows now.
-    const bool failed = std::fclose(stream_) != 0;
+    // Buffered data reaches the disk here: a full disk shows now. The last
+    // flush is checked on its own, since a runtime may not tell it through
+    // the close (Wine's returns success all the same).
+    const bool flushed = mode_ == READ || std::fflush(stream_) == 0;
+    const bool failed = std::fclose(stream_) != 0 || !flushed;
     stream_ = nullptr;
     if (failed && mode_ != READ) ReportWriteFailure();
   }
