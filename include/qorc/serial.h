@@ -23,6 +23,8 @@
 #include <qorc/string.h>
 #include <qorc/types.h>
 
+#include <cstdint>
+
 /// An instrument on a serial line that sends text lines (see the file's
 /// description for the line settings, the handshake and the port names).
 /// Failures leave CerrSerialCannotOpen, CerrSerialCannotGetState,
@@ -104,14 +106,16 @@ class QORC_API C_SERIAL {
   static constexpr int LINE_LIMIT = 4098;
 
  private:
-  static constexpr int kClosed = -1;
+  static constexpr std::intptr_t kClosed = -1;
 
   void Open();
   C_BOOL Send(const C_STRING& text);
   C_BOOL SendHandshake(int number);
   void Close();
 
-  int handle_;
+  // The open line as the system names it, wide enough for either: a
+  // descriptor on POSIX, a HANDLE on Windows.
+  std::intptr_t handle_;
   C_STRING port_;
   BAUDRATE baud_;
   PARITY parity_;
