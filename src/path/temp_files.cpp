@@ -21,10 +21,16 @@ C_STRING C_FILE::GetTempFilePath() {
   return C_STRING();
 }
 
+// Another process may take the free name between the look and the exclusive
+// creation; the next free name is tried then, a few times over.
 std::FILE* C_FILE::CreateTempFile() {
-  const C_STRING name = GetTempFilePath();
-  if (C_ERROR::Is()) return nullptr;
-  std::FILE* stream = qorc::platform::CreateDeleteOnCloseFile(name.GetWCHAR());
-  if (stream == nullptr) CerrFileCannotCreateTemporary.TriggerMild(&name);
-  return stream;
+  constexpr int kAttempts = 8;
+  C_STRING name;
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    name = GetTempFilePath();
+    if (C_ERROR::Is()) return nullptr;
+    if (std::FILE* stream = qorc::platform::CreateDeleteOnCloseFile(name.GetWCHAR())) return stream;
+  }
+  CerrFileCannotCreateTemporary.TriggerMild(&name);
+  return nullptr;
 }
