@@ -356,12 +356,12 @@ TEST(RegistryWriter, DISABLED_WritesEntries) {
   wchar_t value[512];
   const DWORD length = GetEnvironmentVariableW(L"QORC_REGKEY_WRITER", value, 512);
   ASSERT_GT(length, 0u);
-  const std::wstring spec(value, length);
-  const std::size_t first = spec.find(L'|');
-  const std::size_t second = spec.find(L'|', first + 1);
-  const std::wstring path = spec.substr(0, first);
-  const std::wstring prefix = spec.substr(first + 1, second - first - 1);
-  const int count = std::stoi(spec.substr(second + 1));
+  const std::wstring order(value, length);
+  const std::size_t first = order.find(L'|');
+  const std::size_t second = order.find(L'|', first + 1);
+  const std::wstring path = order.substr(0, first);
+  const std::wstring prefix = order.substr(first + 1, second - first - 1);
+  const int count = std::stoi(order.substr(second + 1));
   for (int i = 0; i < count && !C_ERROR::Is(); ++i) {
     C_REGKEY key;
     key.Open(C_REGKEY::USER, C_STRING(reinterpret_cast<const char16_t*>(path.c_str())), C_REGKEY::READ_WRITE, true);
