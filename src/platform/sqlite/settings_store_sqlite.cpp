@@ -19,6 +19,7 @@
 // Handles are process-wide and outlive fork: a child made by fork goes on
 // using its parent's handles, each naming the same key, through a connection
 // of its own that it opens from the same file on first use.
+#include <fcntl.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -409,19 +410,58 @@ std::string AbsolutePath(const std::string& file) {
   return path;
 }
 
+// Sets the journal of a writable connection: a write-ahead log, synced at
+// checkpoints.
+bool UseWriteAheadLog(sqlite3* db) {
+  sqlite3_stmt* journal = nullptr;
+  const bool wal = sqlite3_prepare_v2(db, "PRAGMA journal_mode = WAL", -1, &journal, nullptr) == SQLITE_OK &&
+                   sqlite3_step(journal) == SQLITE_ROW &&
+                   sqlite3_strnicmp(reinterpret_cast<const char*>(sqlite3_column_text(journal, 0)), "wal", 3) == 0;
+  sqlite3_finalize(journal);
+  return wal && sqlite3_exec(db, "PRAGMA synchronous = NORMAL", nullptr, nullptr, nullptr) == SQLITE_OK;
+}
+
+// Makes a new store at `file` whole under a name of its own and then links
+// it in under its real name, which never replaces: another process opening
+// the store meanwhile finds no file or a whole store, never an empty
+// database whose tables a moment later appear behind the schema it has
+// already read. Another process's store linked in first is kept. False when
+// this cannot be done (a file system without hard links, say), and the
+// store is then made in place.
+bool MakeWholeStoreFile(const std::string& file) {
+  static unsigned drafts = 0;
+  const std::string draft = file + ".new-" + std::to_string(getpid()) + "-" + std::to_string(++drafts);
+  // Made here rather than by SQLite so that it is never another's file;
+  // the mode is what SQLite gives a file it makes.
+  const int descriptor = open(draft.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0644);
+  if (descriptor < 0) return false;
+  close(descriptor);
+  sqlite3* db = nullptr;
+  bool made = sqlite3_open_v2(draft.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOFOLLOW, nullptr) == SQLITE_OK &&
+              UseWriteAheadLog(db) && PrepareSchema(db, true);
+  // The last connection's close moves the log into the file and removes it.
+  made = sqlite3_close(db) == SQLITE_OK && made;
+  made = made && (link(draft.c_str(), file.c_str()) == 0 || errno == EEXIST);
+  unlink(draft.c_str());
+  return made;
+}
+
 // Opens the database at `file` as a settings store. With a device and inode
 // given, the file must still be that one: a child opening its parent's
 // store again must not take up another database put in its place.
 std::unique_ptr<Connection> OpenConnection(const std::string& file, dev_t device, ino_t inode) {
   struct stat status;
-  const bool exists = stat(file.c_str(), &status) == 0;
+  bool exists = stat(file.c_str(), &status) == 0;
   if (inode != 0 && (!exists || status.st_dev != device || status.st_ino != inode)) return nullptr;
+  if (!exists) {
+    if (!CreateParentDirectories(file)) return nullptr;
+    exists = MakeWholeStoreFile(file) && stat(file.c_str(), &status) == 0;
+  }
   // Without write permission the store is read-only for every user, root
   // included, as the library treats read-only files everywhere; a store this
   // user may not write (another user's) is opened for reading too.
   const bool writable =
       !exists || ((status.st_mode & (S_IWUSR | S_IWGRP | S_IWOTH)) != 0 && access(file.c_str(), W_OK) == 0);
-  if (!exists && !CreateParentDirectories(file)) return nullptr;
 
   std::unique_ptr<Connection> connection(new Connection);
   const int flags =
@@ -431,15 +471,7 @@ std::unique_ptr<Connection> OpenConnection(const std::string& file, dev_t device
   sqlite3_extended_result_codes(db, 1);
   sqlite3_busy_timeout(db, kBusyTimeoutMs);
   if (sqlite3_exec(db, "PRAGMA foreign_keys = ON", nullptr, nullptr, nullptr) != SQLITE_OK) return nullptr;
-  if (writable) {
-    sqlite3_stmt* journal = nullptr;
-    bool wal = sqlite3_prepare_v2(db, "PRAGMA journal_mode = WAL", -1, &journal, nullptr) == SQLITE_OK &&
-               sqlite3_step(journal) == SQLITE_ROW &&
-               sqlite3_strnicmp(reinterpret_cast<const char*>(sqlite3_column_text(journal, 0)), "wal", 3) == 0;
-    sqlite3_finalize(journal);
-    if (!wal) return nullptr;
-    if (sqlite3_exec(db, "PRAGMA synchronous = NORMAL", nullptr, nullptr, nullptr) != SQLITE_OK) return nullptr;
-  }
+  if (writable && !UseWriteAheadLog(db)) return nullptr;
   if (!PrepareSchema(db, writable)) return nullptr;
   return connection;
 }
