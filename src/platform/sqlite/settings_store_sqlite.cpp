@@ -24,6 +24,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -429,7 +430,7 @@ bool UseWriteAheadLog(sqlite3* db) {
 // this cannot be done (a file system without hard links, say), and the
 // store is then made in place.
 bool MakeWholeStoreFile(const std::string& file) {
-  static unsigned drafts = 0;
+  static std::atomic<unsigned> drafts{0};
   const std::string draft = file + ".new-" + std::to_string(getpid()) + "-" + std::to_string(++drafts);
   // Made here rather than by SQLite so that it is never another's file;
   // the mode is what SQLite gives a file it makes.
