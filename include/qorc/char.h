@@ -5,6 +5,7 @@
 
 #include <qorc/export.h>
 #include <qorc/types.h>
+#include <qorc/windows_names.h>
 
 /// One UTF-16 code unit with classification, case mapping and conversions to and
 /// from the library code page. Classification and case follow the Unicode data of

@@ -7,6 +7,7 @@
 #include <qorc/export.h>
 #include <qorc/string.h>
 #include <qorc/types.h>
+#include <qorc/windows_names.h>
 
 /// A calendar date and time of day to the hundredth of a second, without a time
 /// zone (the same value holds local time or UTC). Values are stored as given and

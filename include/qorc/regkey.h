@@ -38,29 +38,25 @@ QORC_API void CregkeyImport(const C_REGKEY* key, const C_STRING& path);
 /// its fields in turn. Every failure leaves CerrInternalError pending.
 class QORC_API C_REGKEY {
  public:
-  /// Opaque: only the library looks inside.
-  /// One open key of a store, as the platform hands it out.
+  /// One open key of a store, as the platform hands it out; opaque: only
+  /// the library looks inside.
   struct STORE_KEY;
 #ifdef _WIN32
   /// A key as the platform hands it out: the Windows HKEY.
   using HANDLE = struct HKEY__*;
 #else
   /// A key of a store as the platform hands it out; from OpenStore.
-  struct STORE_KEY;
-  /// A key of a store as the platform hands it out; from OpenStore.
   using HANDLE = STORE_KEY*;
 #endif
 
   /// Access asked for at Open; any other value counts as READ_WRITE.
   enum MODE { READ = 0, WRITE = 1, READ_WRITE = 2 };
-  /// A text entry (a string, as WriteReadableString stores it).
-  /// Types of stored entries.
+  /// Types of stored entries. A text entry (a string, as WriteReadableString stores it).
   static constexpr unsigned TYPE_TEXT = 1;
   /// A binary entry: the fields appended by Write.
   static constexpr unsigned TYPE_BINARY = 3;
 
   /// The user root (wired with InitUser).
-  /// The special objects that stand for the user root and the machine root.
   static C_REGKEY* const USER;
   /// The machine root (wired with InitMachine).
   static C_REGKEY* const MACHINE;

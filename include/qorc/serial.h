@@ -22,6 +22,7 @@
 #include <qorc/export.h>
 #include <qorc/string.h>
 #include <qorc/types.h>
+#include <qorc/windows_names.h>
 
 #include <cstdint>
 

@@ -17,6 +17,13 @@
 #include <qorc/string.h>
 #include <qorc/types.h>
 
+// COM declares an IStorage of its own in <objidl.h>, which <windows.h> brings
+// in unless WIN32_LEAN_AND_MEAN is defined, and <ole2.h> always: the two
+// cannot share a file.
+#if defined(_WIN32) && defined(__IStorage_FWD_DEFINED__)
+#error "COM's IStorage is declared: include <windows.h> with WIN32_LEAN_AND_MEAN defined, and no <ole2.h> or <objbase.h>, in files that use the library's IStorage"
+#endif
+
 /// A storage of a compound document (the OLE2 compound file format): a tree of
 /// named storages and byte streams in one file. Handles come from Open and
 /// OpenStorage and end with Release (never delete). Changes reach the file only

@@ -6,6 +6,7 @@
 #include <qorc/char.h>
 #include <qorc/export.h>
 #include <qorc/types.h>
+#include <qorc/windows_names.h>
 
 /// The library's text value: an owned, counted and terminated array of C_CHAR
 /// (UTF-16 units) with 16-bit length and capacity, so at most 65534 characters.
