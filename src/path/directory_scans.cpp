@@ -202,22 +202,18 @@ void C_FILE::ScanDirRecursive(const C_STRING& dir, const C_STRING& pattern, int*
 void C_FILE::ScanExeDirs(const C_STRING& pattern, int* count, C_STRING** paths) {
   *count = 0;
   *paths = nullptr;
-  C_STRING list(u".;");
-  std::u16string searchPath;
-  if (qorc::platform::ExecutableSearchPath(&searchPath)) list += FromUnits(searchPath);
-  if (C_ERROR::Is()) return;
   int capacity = 0;
   if (!Reserve(0, kFirstCapacity, &capacity, paths)) return;
   try {
+    // The current directory comes first, then the search path's.
+    std::vector<std::u16string> directories{u"."};
+    qorc::platform::ExecutableSearchPath(&directories);
     std::unordered_set<std::u16string> listed;
-    for (int start = 0; start < list.GetNumber() && !C_ERROR::Is();) {
-      int end = list.Search(C_CHAR(u';'), start);
-      if (end < 0) end = list.GetNumber();
-      // An empty piece ends the whole scan, as it always has: the
+    for (const std::u16string& directory : directories) {
+      // An empty entry ends the whole scan, as it always has: the
       // directories after it are not searched.
-      if (end == start) break;
-      C_STRING piece = list.GetSlice(start, end - 1);
-      start = end + 1;
+      if (directory.empty() || C_ERROR::Is()) break;
+      C_STRING piece = FromUnits(directory);
       CleanPath(&piece);
       int found = 0;
       C_STRING* names = nullptr;

@@ -5,6 +5,7 @@
 #define QORC_PLATFORM_PROCESS_H
 
 #include <string>
+#include <vector>
 
 namespace qorc::platform {
 
@@ -34,10 +35,10 @@ enum class ProcessState {
 // the user named `user`.
 ProcessState ProcessOfUser(unsigned long id, const std::u16string& user);
 
-// The executable search path as the ";"-separated list of directories in
-// library form that the executable scan expects ("PATH", whose ":"
-// separators become ";"). False when the variable is not set.
-bool ExecutableSearchPath(std::u16string* out);
+// The directories of the executable search path ("PATH"), in its order and
+// in library form; an empty entry of the list stays an empty name. False
+// when the variable is not set.
+bool ExecutableSearchPath(std::vector<std::u16string>* directories);
 
 }  // namespace qorc::platform
 

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <climits>
@@ -160,15 +161,17 @@ ProcessState ProcessOfUser(unsigned long id, const std::u16string& user) {
   }
 }
 
-bool ExecutableSearchPath(std::u16string* out) {
+bool ExecutableSearchPath(std::vector<std::u16string>* directories) {
   try {
     const char* value = std::getenv("PATH");
     if (value == nullptr) return false;
-    *out = posix::LibraryPath(value);
-    for (char16_t& c : *out) {
-      if (c == u':') c = u';';
+    const std::string list(value);
+    for (std::size_t start = 0;;) {
+      const std::size_t end = std::min(list.find(':', start), list.size());
+      directories->push_back(posix::LibraryPath(list.substr(start, end - start)));
+      if (end == list.size()) return true;
+      start = end + 1;
     }
-    return true;
   } catch (const std::bad_alloc&) {
     return false;
   }

@@ -1,5 +1,6 @@
 // Process facts over Win32: the computer and user names, the process id, and
 // whether a process of this machine still runs for a user.
+#include <algorithm>
 #include <new>
 #include <string>
 #include <vector>
@@ -80,18 +81,22 @@ ProcessState ProcessOfUser(unsigned long id, const std::u16string& user) {
   }
 }
 
-bool ExecutableSearchPath(std::u16string* out) {
-  // PATH is already the ";"-separated list the scan expects.
+bool ExecutableSearchPath(std::vector<std::u16string>* directories) {
   try {
     std::vector<wchar_t> buffer(1024);
+    DWORD length = 0;
     for (;;) {
-      const DWORD length = ::GetEnvironmentVariableW(L"PATH", buffer.data(), static_cast<DWORD>(buffer.size()));
+      length = ::GetEnvironmentVariableW(L"PATH", buffer.data(), static_cast<DWORD>(buffer.size()));
       if (length == 0) return false;
-      if (length < buffer.size()) {
-        *out = windows::LibraryText(buffer.data(), length);
-        return true;
-      }
+      if (length < buffer.size()) break;
       buffer.resize(length + 1);
+    }
+    const std::wstring list(buffer.data(), length);
+    for (std::size_t start = 0;;) {
+      const std::size_t end = std::min(list.find(L';', start), list.size());
+      directories->push_back(windows::LibraryText(list.data() + start, end - start));
+      if (end == list.size()) return true;
+      start = end + 1;
     }
   } catch (const std::bad_alloc&) {
     return false;
