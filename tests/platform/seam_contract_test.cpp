@@ -12,6 +12,7 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <vector>
 
 #include "platform/clock.h"
 #include "platform/directory.h"
@@ -187,6 +188,27 @@ TEST(SeamServices, ClockEnvironmentAndNames) {
   EXPECT_TRUE(seam::ComputerName(&computer) && !computer.empty());
   EXPECT_TRUE(seam::UserName(&user) && !user.empty());
   EXPECT_EQ(seam::ProcessOfUser(seam::CurrentProcessId(), user), seam::ProcessState::Alive);
+}
+
+TEST(SeamServices, TheSearchPathComesBackAsItsDirectories) {
+  // Split at the system's own separator, each directory in library form; an
+  // empty entry stays, for the scan above to judge.
+#ifdef _WIN32
+  const std::u16string list = u"C:\\tools;;D:\\b c";
+  const std::vector<std::u16string> expected = {u"C:\\tools", u"", u"D:\\b c"};
+#else
+  // A ";" is part of a POSIX directory's name.
+  const std::u16string list = u"/usr/tools::/opt/b;c";
+  const std::vector<std::u16string> expected = {u"\\usr\\tools", u"", u"\\opt\\b;c"};
+#endif
+  std::u16string saved;
+  const bool hadPath = seam::ReadEnvironmentVariable(u"PATH", &saved);
+  ASSERT_TRUE(seam::WriteEnvironmentVariable(u"PATH", list));
+  std::vector<std::u16string> directories;
+  const bool found = seam::ExecutableSearchPath(&directories);
+  seam::WriteEnvironmentVariable(u"PATH", hadPath ? saved : u"");
+  EXPECT_TRUE(found);
+  EXPECT_EQ(directories, expected);
 }
 
 }  // namespace
