@@ -24,8 +24,6 @@
 #include <qorc/types.h>
 #include <qorc/windows_names.h>
 
-#include <cstdint>
-
 /// An instrument on a serial line that sends text lines (see the file's
 /// description for the line settings, the handshake and the port names).
 /// Failures leave CerrSerialCannotOpen, CerrSerialCannotGetState,
@@ -58,6 +56,10 @@ class QORC_API C_SERIAL {
   /// bits used here the port refuses STOP_1_5.
   enum STOP : int { STOP_1 = 0, STOP_1_5 = 1, STOP_2 = 2 };
 
+  /// An open line, as the system keeps it; opaque: only the library looks
+  /// inside.
+  struct LINE;
+
   /// "COM1" at 9600 bits per second, no parity, one stop bit; not open.
   C_SERIAL();
   /// Opens and configures the port, then sends "19". On failure the object
@@ -82,7 +84,7 @@ class QORC_API C_SERIAL {
   /// The stop bits.
   STOP GetStop() const { return stop_; }
   /// Whether the port is open.
-  C_BOOL IsOpen() const { return handle_ != kClosed; }
+  C_BOOL IsOpen() const { return line_ != nullptr; }
 
   /// CerrSerialCannotWrite when the line refuses it.
   /// Sends the text as 8-bit bytes (C_STRING::GetANSI: characters above U+00FF
@@ -107,16 +109,13 @@ class QORC_API C_SERIAL {
   static constexpr int LINE_LIMIT = 4098;
 
  private:
-  static constexpr std::intptr_t kClosed = -1;
-
   void Open();
   C_BOOL Send(const C_STRING& text);
   C_BOOL SendHandshake(int number);
   void Close();
 
-  // The open line as the system names it, wide enough for either: a
-  // descriptor on POSIX, a HANDLE on Windows.
-  std::intptr_t handle_;
+  // The open line; null when closed.
+  LINE* line_;
   C_STRING port_;
   BAUDRATE baud_;
   PARITY parity_;

@@ -12,8 +12,6 @@ namespace {
 
 namespace platform = qorc::platform;
 
-static_assert(platform::kNoSerialLine == -1, "C_SERIAL keeps the seam's closed value");
-
 // Each read of one byte waits this long.
 constexpr int kByteTimeoutMs = 1000;
 // GetANSI converts at most this many characters.
@@ -48,15 +46,15 @@ platform::SerialSetup JudgeSerialOutcome(const platform::SerialOutcome& outcome)
 
 }  // namespace qorc
 
-C_SERIAL::C_SERIAL() : handle_(kClosed), port_(u"COM1"), baud_(BAUD_9600), parity_(PARITY_NONE), stop_(STOP_1) {}
+C_SERIAL::C_SERIAL() : line_(nullptr), port_(u"COM1"), baud_(BAUD_9600), parity_(PARITY_NONE), stop_(STOP_1) {}
 
 C_SERIAL::C_SERIAL(const C_STRING& port, BAUDRATE baud, PARITY parity, STOP stop)
-    : handle_(kClosed), port_(port), baud_(baud), parity_(parity), stop_(stop) {
+    : line_(nullptr), port_(port), baud_(baud), parity_(parity), stop_(stop) {
   Open();
 }
 
 C_SERIAL::C_SERIAL(const C_SERIAL& other)
-    : handle_(kClosed), port_(other.port_), baud_(other.baud_), parity_(other.parity_), stop_(other.stop_) {}
+    : line_(nullptr), port_(other.port_), baud_(other.baud_), parity_(other.parity_), stop_(other.stop_) {}
 
 C_SERIAL& C_SERIAL::operator=(const C_SERIAL& other) {
   if (this != &other) {
@@ -72,18 +70,18 @@ C_SERIAL& C_SERIAL::operator=(const C_SERIAL& other) {
 C_SERIAL::~C_SERIAL() { Close(); }
 
 void C_SERIAL::Close() {
-  platform::CloseSerialLine(handle_);
-  handle_ = kClosed;
+  platform::CloseSerialLine(line_);
+  line_ = nullptr;
 }
 
 void C_SERIAL::Open() {
-  handle_ = platform::OpenSerialLine(port_.GetWCHAR());
-  if (handle_ == kClosed) {
+  line_ = platform::OpenSerialLine(port_.GetWCHAR());
+  if (line_ == nullptr) {
     CerrSerialCannotOpen.Trigger(&port_);
     return;
   }
   const platform::SerialSetup setup =
-      qorc::JudgeSerialOutcome(platform::ConfigureSerialLine(handle_, baud_, parity_, stop_));
+      qorc::JudgeSerialOutcome(platform::ConfigureSerialLine(line_, baud_, parity_, stop_));
   if (setup != platform::SerialSetup::Done) {
     const C_ERROR& error =
         setup == platform::SerialSetup::CannotGetState ? CerrSerialCannotGetState : CerrSerialCannotSetState;
@@ -95,7 +93,7 @@ void C_SERIAL::Open() {
     Close();
     return;
   }
-  if (!platform::DrainSerialLine(handle_)) {
+  if (!platform::DrainSerialLine(line_)) {
     CerrSerialCannotWrite.Trigger(&port_);
     Close();
   }
@@ -104,10 +102,10 @@ void C_SERIAL::Open() {
 C_BOOL C_SERIAL::SendHandshake(int number) { return Send(C_STRING(number)); }
 
 C_BOOL C_SERIAL::Send(const C_STRING& text) {
-  if (handle_ == kClosed) return false;
+  if (line_ == nullptr) return false;
   const char* bytes = text.GetANSI();
   const int count = std::min(text.GetNumber(), kAnsiLimit);
-  if (platform::WriteSerialLine(handle_, bytes, count)) return true;
+  if (platform::WriteSerialLine(line_, bytes, count)) return true;
   CerrSerialCannotWrite.Trigger(&port_);
   return false;
 }
@@ -117,10 +115,10 @@ void C_SERIAL::Write(const C_STRING& text) { Send(text); }
 void C_SERIAL::Read(C_STRING* line) {
   if (line == nullptr) return;
   line->Clear();
-  if (handle_ == kClosed) return;
+  if (line_ == nullptr) return;
 
   SendHandshake(kResume);
-  if (C_ERROR::Is() || !platform::DrainSerialLine(handle_)) {
+  if (C_ERROR::Is() || !platform::DrainSerialLine(line_)) {
     CerrSerialCannotRead.Trigger(&port_);
     return;
   }
@@ -128,7 +126,7 @@ void C_SERIAL::Read(C_STRING* line) {
   // The line under way when the instrument resumed is incomplete: skip it.
   unsigned char byte = 0;
   do {
-    const platform::SerialRead got = platform::ReadSerialByte(handle_, kByteTimeoutMs, &byte);
+    const platform::SerialRead got = platform::ReadSerialByte(line_, kByteTimeoutMs, &byte);
     if (got == platform::SerialRead::TimedOut) return;
     if (got == platform::SerialRead::Failed) {
       CerrSerialCannotRead.Trigger(&port_);
@@ -138,7 +136,7 @@ void C_SERIAL::Read(C_STRING* line) {
 
   int length = 0;
   while (length < LINE_LIMIT) {
-    const platform::SerialRead got = platform::ReadSerialByte(handle_, kByteTimeoutMs, &byte);
+    const platform::SerialRead got = platform::ReadSerialByte(line_, kByteTimeoutMs, &byte);
     if (got == platform::SerialRead::TimedOut) return;
     if (got == platform::SerialRead::Failed) {
       CerrSerialCannotRead.Trigger(&port_);
@@ -155,7 +153,7 @@ void C_SERIAL::Read(C_STRING* line) {
   *line = C_STRING(length, g_line);
 
   SendHandshake(kPause);
-  if (C_ERROR::Is() || !platform::DrainSerialLine(handle_) || !platform::PurgeSerialInput(handle_)) {
+  if (C_ERROR::Is() || !platform::DrainSerialLine(line_) || !platform::PurgeSerialInput(line_)) {
     CerrSerialCannotRead.Trigger(&port_);
   }
 }

@@ -4,15 +4,17 @@
 #ifndef QORC_PLATFORM_SERIAL_LINE_H
 #define QORC_PLATFORM_SERIAL_LINE_H
 
-#include <cstdint>
+#include <qorc/serial.h>
+
 #include <string>
 #include <vector>
 
 namespace qorc::platform {
 
-// An open port; kNoSerialLine when closed.
-using SerialLine = std::intptr_t;  // a descriptor on POSIX, a HANDLE on Windows
-constexpr SerialLine kNoSerialLine = -1;
+// An open port, as each system's side defines C_SERIAL::LINE (the
+// descriptor, the handle and what goes with it); kNoSerialLine when closed.
+using SerialLine = C_SERIAL::LINE*;
+constexpr SerialLine kNoSerialLine = nullptr;
 
 // Opens an existing port for reading and writing, held exclusively: "COMn" is
 // the n-th serial port of the machine, a name that begins with "\" or "/" is

@@ -79,7 +79,7 @@ TEST(Serial, DefaultObjectCopiesAndAssignment) {
     open = closed;
     EXPECT_FALSE(open.IsOpen());
     EXPECT_TRUE(open.GetPort() == u"COM1");
-    const int held = qorc::platform::OpenSerialLine(port.GetWCHAR());
+    const qorc::platform::SerialLine held = qorc::platform::OpenSerialLine(port.GetWCHAR());
     EXPECT_NE(held, qorc::platform::kNoSerialLine);
     qorc::platform::CloseSerialLine(held);
   }

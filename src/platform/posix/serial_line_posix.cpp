@@ -28,6 +28,11 @@
 #include "platform/posix/native_path.h"
 #include "platform/serial_line.h"
 
+// An open port on POSIX: its descriptor.
+struct C_SERIAL::LINE {
+  int fd;
+};
+
 namespace qorc::platform {
 namespace {
 
@@ -236,7 +241,9 @@ SerialLine OpenSerialLine(const char16_t* name) {
     if (fd < 0) return kNoSerialLine;
     // Not every device is a terminal; the settings will tell.
     (void)::ioctl(fd, TIOCEXCL);
-    return fd;
+    SerialLine line = new (std::nothrow) C_SERIAL::LINE{fd};
+    if (line == kNoSerialLine) ::close(fd);
+    return line;
   } catch (const std::bad_alloc&) {
     return kNoSerialLine;
   }
@@ -245,14 +252,15 @@ SerialLine OpenSerialLine(const char16_t* name) {
 void CloseSerialLine(SerialLine line) {
   if (line == kNoSerialLine) return;
   // The exclusive mode would outlive this descriptor if another one were open.
-  (void)::ioctl(line, TIOCNXCL);
-  ::close(line);
+  (void)::ioctl(line->fd, TIOCNXCL);
+  ::close(line->fd);
+  delete line;
 }
 
 SerialOutcome ConfigureSerialLine(SerialLine line, unsigned int baud, int parity, int stop) {
   SerialOutcome outcome;
   struct termios2 settings;
-  if (::ioctl(line, TCGETS2, &settings) != 0) return outcome;
+  if (::ioctl(line->fd, TCGETS2, &settings) != 0) return outcome;
   outcome.setup = SerialSetup::CannotSetState;
   tcflag_t parityFlags = 0;
   tcflag_t stopFlags = 0;
@@ -263,33 +271,33 @@ SerialOutcome ConfigureSerialLine(SerialLine line, unsigned int baud, int parity
   settings.c_ispeed = baud;
   settings.c_ospeed = baud;
   MakeRaw(&settings);
-  if (::ioctl(line, TCSETS2, &settings) != 0) return outcome;
+  if (::ioctl(line->fd, TCSETS2, &settings) != 0) return outcome;
   // The driver takes what it can and stays silent about the rest (a
   // pseudo-terminal, for one, carries no parity and drops it). What it took
   // stays: the next opening sets every field again.
   struct termios2 applied;
-  if (::ioctl(line, TCGETS2, &applied) != 0) {
+  if (::ioctl(line->fd, TCGETS2, &applied) != 0) {
     outcome.setup = SerialSetup::CannotGetState;
     return outcome;
   }
-  if (!RaiseDtrRts(line)) return outcome;
+  if (!RaiseDtrRts(line->fd)) return outcome;
   outcome.setup = SerialSetup::Done;
   outcome.untaken = UntakenSettings(settings, applied);
-  outcome.isVirtual = IsPseudoTerminal(line);
+  outcome.isVirtual = IsPseudoTerminal(line->fd);
   return outcome;
 }
 
 bool WriteSerialLine(SerialLine line, const char* bytes, int count) {
   int done = 0;
   while (done < count) {
-    const ssize_t written = ::write(line, bytes + done, static_cast<std::size_t>(count - done));
+    const ssize_t written = ::write(line->fd, bytes + done, static_cast<std::size_t>(count - done));
     if (written > 0) {
       done += static_cast<int>(written);
     } else if (written < 0 && errno == EINTR) {
       continue;
     } else if (written < 0 && errno != EAGAIN) {
       return false;
-    } else if (!WaitFor(line, POLLOUT, kStallLimitMs)) {
+    } else if (!WaitFor(line->fd, POLLOUT, kStallLimitMs)) {
       return false;
     }
   }
@@ -303,7 +311,7 @@ bool DrainSerialLine(SerialLine line) {
   int lastQueued = -1;
   long long stalledSince = MonotonicMilliseconds();
   for (;;) {
-    if (::ioctl(line, TIOCOUTQ, &queued) != 0) return false;
+    if (::ioctl(line->fd, TIOCOUTQ, &queued) != 0) return false;
     if (queued == 0) break;
     if (queued != lastQueued) {
       lastQueued = queued;
@@ -314,25 +322,25 @@ bool DrainSerialLine(SerialLine line) {
     struct timespec pause = {0, kDrainPollMs * 1000000L};
     ::nanosleep(&pause, nullptr);
   }
-  while (::ioctl(line, TCSBRK, 1) != 0) {
+  while (::ioctl(line->fd, TCSBRK, 1) != 0) {
     if (errno != EINTR) return false;
   }
   return true;
 }
 
-bool PurgeSerialInput(SerialLine line) { return ::ioctl(line, TCFLSH, TCIFLUSH) == 0; }
+bool PurgeSerialInput(SerialLine line) { return ::ioctl(line->fd, TCFLSH, TCIFLUSH) == 0; }
 
 SerialRead ReadSerialByte(SerialLine line, int timeoutMs, unsigned char* byte) {
   const long long deadline = MonotonicMilliseconds() + timeoutMs;
   for (;;) {
-    const ssize_t got = ::read(line, byte, 1);
+    const ssize_t got = ::read(line->fd, byte, 1);
     if (got == 1) return SerialRead::Byte;
     // A raw non-blocking terminal reads 0 bytes only once it has hung up.
     if (got == 0) return SerialRead::Failed;
     if (errno == EINTR) continue;
     if (errno != EAGAIN) return SerialRead::Failed;
     const int left = RemainingMs(deadline);
-    if (left == 0 || !WaitFor(line, POLLIN, left)) return SerialRead::TimedOut;
+    if (left == 0 || !WaitFor(line->fd, POLLIN, left)) return SerialRead::TimedOut;
   }
 }
 

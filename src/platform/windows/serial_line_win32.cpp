@@ -1,10 +1,6 @@
 // Serial lines on Windows: the communication ports "\\.\COMn" with their
 // device control block (line settings, DTR and RTS, XON/XOFF) and time-outs.
-// A port handle travels as the seam's integer; the invalid handle is -1, the
-// closed value.
 #include <algorithm>
-#include <cstdint>
-#include <map>
 #include <new>
 #include <string>
 #include <vector>
@@ -12,11 +8,16 @@
 #include "platform/serial_line.h"
 #include "platform/windows/win32.h"
 
+// An open port on Windows: its handle, and the read time-out last set on
+// it, so that it is set again only when a read asks for another.
+struct C_SERIAL::LINE {
+  HANDLE handle;
+  DWORD readTimeoutMs;
+};
+
 namespace qorc::platform {
 
 namespace {
-
-static_assert(kNoSerialLine == -1, "the closed line is the invalid handle");
 
 // A write that makes no progress for this long fails: the device holds the
 // line (XOFF) and does not let go, or has stopped working. Used only when the
@@ -24,16 +25,6 @@ static_assert(kNoSerialLine == -1, "the closed line is the invalid handle");
 constexpr DWORD kStallLimitMs = 10000;
 // Ports named "COMn" are tried from 1 to this.
 constexpr int kHighestComPort = 50;
-
-HANDLE HandleOf(SerialLine line) { return reinterpret_cast<HANDLE>(static_cast<std::intptr_t>(line)); }
-SerialLine LineOf(HANDLE handle) { return static_cast<SerialLine>(reinterpret_cast<std::intptr_t>(handle)); }
-
-// The read time-out last set on each open line, so that it is set again only
-// when a read asks for another.
-std::map<SerialLine, DWORD>& ReadTimeouts() {
-  static std::map<SerialLine, DWORD> timeouts;
-  return timeouts;
-}
 
 // The number of a port name "COMn" (any case), 0 for any other name.
 int ComNumber(const std::u16string& name) {
@@ -63,16 +54,15 @@ HANDLE OpenPort(const std::wstring& device) {
 }
 
 bool SetReadTimeout(SerialLine line, DWORD timeoutMs) {
-  const auto known = ReadTimeouts().find(line);
-  if (known != ReadTimeouts().end() && known->second == timeoutMs) return true;
+  if (line->readTimeoutMs == timeoutMs) return true;
   COMMTIMEOUTS timeouts = {};
-  if (!GetCommTimeouts(HandleOf(line), &timeouts)) return false;
+  if (!GetCommTimeouts(line->handle, &timeouts)) return false;
   // A read returns what arrived within the time-out, possibly nothing.
   timeouts.ReadIntervalTimeout = 0;
   timeouts.ReadTotalTimeoutMultiplier = 0;
   timeouts.ReadTotalTimeoutConstant = timeoutMs;
-  if (!SetCommTimeouts(HandleOf(line), &timeouts)) return false;
-  ReadTimeouts()[line] = timeoutMs;
+  if (!SetCommTimeouts(line->handle, &timeouts)) return false;
+  line->readTimeoutMs = timeoutMs;
   return true;
 }
 
@@ -129,7 +119,10 @@ SerialLine OpenSerialLine(const char16_t* name) {
     if (device.empty()) return kNoSerialLine;
     const HANDLE port = OpenPort(device);
     if (port == INVALID_HANDLE_VALUE) return kNoSerialLine;
-    return LineOf(port);
+    // No read time-out is known until the line is configured.
+    SerialLine line = new (std::nothrow) C_SERIAL::LINE{port, MAXDWORD};
+    if (line == kNoSerialLine) CloseHandle(port);
+    return line;
   } catch (const std::bad_alloc&) {
     return kNoSerialLine;
   }
@@ -137,8 +130,8 @@ SerialLine OpenSerialLine(const char16_t* name) {
 
 void CloseSerialLine(SerialLine line) {
   if (line == kNoSerialLine) return;
-  ReadTimeouts().erase(line);
-  CloseHandle(HandleOf(line));
+  CloseHandle(line->handle);
+  delete line;
 }
 
 namespace {
@@ -158,7 +151,7 @@ unsigned UntakenSettings(const DCB& asked, const DCB& taken) {
 // transmitter of its own. (Wine reports a pseudo-terminal as RS-232.)
 bool IsVirtualLine(SerialLine line) {
   COMMPROP properties = {};
-  if (!GetCommProperties(HandleOf(line), &properties)) return false;
+  if (!GetCommProperties(line->handle, &properties)) return false;
   return properties.dwProvSubType != PST_RS232 && properties.dwProvSubType != PST_RS422 &&
          properties.dwProvSubType != PST_RS423;
 }
@@ -169,7 +162,7 @@ SerialOutcome ConfigureSerialLine(SerialLine line, unsigned int baud, int parity
   SerialOutcome outcome;
   DCB state = {};
   state.DCBlength = sizeof state;
-  if (!GetCommState(HandleOf(line), &state)) return outcome;
+  if (!GetCommState(line->handle, &state)) return outcome;
   outcome.setup = SerialSetup::CannotSetState;
   if (baud == 0 || parity < NOPARITY || parity > SPACEPARITY || stop < ONESTOPBIT || stop > TWOSTOPBITS) {
     return outcome;
@@ -186,17 +179,17 @@ SerialOutcome ConfigureSerialLine(SerialLine line, unsigned int baud, int parity
   state.fRtsControl = RTS_CONTROL_ENABLE;
   state.fOutX = TRUE;
   state.fInX = TRUE;
-  if (!SetCommState(HandleOf(line), &state)) return outcome;
+  if (!SetCommState(line->handle, &state)) return outcome;
   // Some devices take settings they cannot keep (a pseudo-terminal has no
   // parity): what reads back is what the line does.
   DCB taken = {};
   taken.DCBlength = sizeof taken;
-  if (!GetCommState(HandleOf(line), &taken)) {
+  if (!GetCommState(line->handle, &taken)) {
     outcome.setup = SerialSetup::CannotGetState;
     return outcome;
   }
   COMMTIMEOUTS timeouts = {};
-  if (!GetCommTimeouts(HandleOf(line), &timeouts)) {
+  if (!GetCommTimeouts(line->handle, &timeouts)) {
     outcome.setup = SerialSetup::CannotGetState;
     return outcome;
   }
@@ -208,8 +201,8 @@ SerialOutcome ConfigureSerialLine(SerialLine line, unsigned int baud, int parity
   if (timeouts.WriteTotalTimeoutMultiplier == 0 && timeouts.WriteTotalTimeoutConstant == 0) {
     timeouts.WriteTotalTimeoutConstant = kStallLimitMs;
   }
-  if (!SetCommTimeouts(HandleOf(line), &timeouts)) return outcome;
-  ReadTimeouts()[line] = timeouts.ReadTotalTimeoutConstant;
+  if (!SetCommTimeouts(line->handle, &timeouts)) return outcome;
+  line->readTimeoutMs = timeouts.ReadTotalTimeoutConstant;
   outcome.setup = SerialSetup::Done;
   outcome.untaken = UntakenSettings(state, taken);
   outcome.isVirtual = IsVirtualLine(line);
@@ -219,7 +212,7 @@ SerialOutcome ConfigureSerialLine(SerialLine line, unsigned int baud, int parity
 bool WriteSerialLine(SerialLine line, const char* bytes, int count) {
   for (int done = 0; done < count;) {
     DWORD put = 0;
-    if (!WriteFile(HandleOf(line), bytes + done, static_cast<DWORD>(count - done), &put, nullptr) || put == 0) {
+    if (!WriteFile(line->handle, bytes + done, static_cast<DWORD>(count - done), &put, nullptr) || put == 0) {
       return false;
     }
     done += static_cast<int>(put);
@@ -227,14 +220,14 @@ bool WriteSerialLine(SerialLine line, const char* bytes, int count) {
   return true;
 }
 
-bool DrainSerialLine(SerialLine line) { return FlushFileBuffers(HandleOf(line)) != FALSE; }
+bool DrainSerialLine(SerialLine line) { return FlushFileBuffers(line->handle) != FALSE; }
 
-bool PurgeSerialInput(SerialLine line) { return PurgeComm(HandleOf(line), PURGE_RXCLEAR) != FALSE; }
+bool PurgeSerialInput(SerialLine line) { return PurgeComm(line->handle, PURGE_RXCLEAR) != FALSE; }
 
 SerialRead ReadSerialByte(SerialLine line, int timeoutMs, unsigned char* byte) {
   if (!SetReadTimeout(line, timeoutMs < 0 ? 0 : static_cast<DWORD>(timeoutMs))) return SerialRead::Failed;
   DWORD got = 0;
-  if (!ReadFile(HandleOf(line), byte, 1, &got, nullptr)) return SerialRead::Failed;
+  if (!ReadFile(line->handle, byte, 1, &got, nullptr)) return SerialRead::Failed;
   return got == 1 ? SerialRead::Byte : SerialRead::TimedOut;
 }
 
