@@ -12,24 +12,15 @@
 namespace {
 
 TEST(HostHeaders, TheLibrarysNamesStandInAFileThatIncludedWindowsHFirst) {
-  EXPECT_TRUE(C_STRING::VOID.IsVoid());
-  EXPECT_TRUE(C_CHAR::VOID.IsVoid());
-  EXPECT_FALSE(C_DATE::VOID.IsValid());
-  EXPECT_EQ(C_DATE::VOID.GetYear(), 0);
-  EXPECT_EQ(C_SERIAL::BAUD_110, 110u);
-  EXPECT_EQ(C_SERIAL::BAUD_256000, 256000u);
-  EXPECT_EQ(C_SERIAL::PARITY_NONE, 0);
-  EXPECT_EQ(C_SERIAL::PARITY_SPACE, 4);
-
-  // What the system's macros stood for is still there.
-  EXPECT_EQ(CBR_9600, 9600u);
+  // Each name below is a macro of <windows.h> until the library's headers
+  // undefine it: this file compiles only if they do.
+  EXPECT_TRUE(C_STRING::VOID.IsVoid() && C_CHAR::VOID.IsVoid() && !C_DATE::VOID.IsValid());
+  const C_SERIAL port;  // not opened
+  EXPECT_EQ(port.GetBaudRate(), C_SERIAL::BAUD_9600);
+  EXPECT_EQ(port.GetParity(), C_SERIAL::PARITY_NONE);
+  // What the system's macros stood for is still there beside them.
+  EXPECT_EQ(CBR_9600, C_SERIAL::BAUD_9600);
   EXPECT_EQ(EVENPARITY, C_SERIAL::PARITY_EVEN);
-  EXPECT_NE(GetCurrentProcessId(), 0u);
-
-  // And the library works as anywhere else.
-  C_SERIAL port(C_STRING(u"COM1"), C_SERIAL::BAUD_19200, C_SERIAL::PARITY_EVEN, C_SERIAL::STOP_2);
-  EXPECT_EQ(port.GetBaudRate(), C_SERIAL::BAUD_19200);
-  EXPECT_FALSE(C_ERROR::Is());
 }
 
 }  // namespace

@@ -19,7 +19,6 @@
 // Handles are process-wide and outlive fork: a child made by fork goes on
 // using its parent's handles, each naming the same key, through a connection
 // of its own that it opens from the same file on first use.
-#include <fcntl.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -432,13 +431,12 @@ bool UseWriteAheadLog(sqlite3* db) {
 bool MakeWholeStoreFile(const std::string& file) {
   static std::atomic<unsigned> drafts{0};
   const std::string draft = file + ".new-" + std::to_string(getpid()) + "-" + std::to_string(++drafts);
-  // Made here rather than by SQLite so that it is never another's file;
-  // the mode is what SQLite gives a file it makes.
-  const int descriptor = open(draft.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0644);
-  if (descriptor < 0) return false;
-  close(descriptor);
+  // A draft of this name can only be left by a dead process whose id this
+  // one now has: it is made anew, without that one's log.
+  for (const char* part : {"", "-wal", "-shm"}) unlink((draft + part).c_str());
   sqlite3* db = nullptr;
-  bool made = sqlite3_open_v2(draft.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOFOLLOW, nullptr) == SQLITE_OK &&
+  bool made = sqlite3_open_v2(draft.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOFOLLOW,
+                              nullptr) == SQLITE_OK &&
               UseWriteAheadLog(db) && PrepareSchema(db, true);
   // The last connection's close moves the log into the file and removes it.
   made = sqlite3_close(db) == SQLITE_OK && made;
