@@ -12,7 +12,7 @@
 #include <memory>
 #include <vector>
 
-#include "file/file_test_util.h"
+#include "file/storage_test_util.h"
 #include "support/child_process.h"
 
 namespace {
@@ -37,44 +37,6 @@ std::string Olefile(const std::string& doc, const std::vector<std::string>& stre
                        "\"); print(sorted(\"/\".join(e) for e in o.listdir(streams=True, storages=True)))";
   for (const std::string& stream : streams) script += "; print(o.openstream(\"" + stream + "\").read().hex())";
   return Python(script);
-}
-
-std::string Hex(const std::string& bytes) {
-  std::string out;
-  for (unsigned char c : bytes) (out += "0123456789abcdef"[c >> 4]) += "0123456789abcdef"[c & 15];
-  return out;
-}
-
-struct StorageDeleter {
-  void operator()(IStorage* storage) const { storage->Release(); }
-};
-using Storage = std::unique_ptr<IStorage, StorageDeleter>;
-
-Storage OpenStorage(const std::string& path, bool create) { return Storage(IStorage::Open(LibraryPath(path), create)); }
-Storage Child(IStorage* parent, const char16_t* name, bool create) {
-  return Storage(parent->OpenStorage(C_STRING(name), create));
-}
-
-void WriteContents(IStorage* storage, const std::string& bytes) {
-  C_FILE file(storage, C_FILE::UPDATE);
-  int put = -1;
-  file.Write(static_cast<int>(bytes.size()), bytes.data(), &put);
-  EXPECT_EQ(put, static_cast<int>(bytes.size()));
-}
-
-// The whole "Contents" through a file opened for reading, up to the end.
-std::string ReadContents(IStorage* storage) {
-  C_FILE file(storage, C_FILE::READ);
-  // A stream shorter than the compressed format's magic leaves the end pending.
-  if (C_ERROR::Is() && TakeError() != &CerrFileEndReached) return "<error>";
-  file.Rewind();
-  std::string out;
-  char buffer[65536];
-  for (int got = 0; !C_ERROR::Is(); out.append(buffer, static_cast<std::size_t>(got))) {
-    file.Read(sizeof buffer, buffer, &got);
-  }
-  EXPECT_EQ(TakeError(), &CerrFileEndReached);
-  return out;
 }
 
 class StorageTest : public FileTest {

@@ -10,46 +10,10 @@
 #include <string>
 #include <vector>
 
-#include "file/file_test_util.h"
+#include "file/storage_test_util.h"
 #include "support/wine_host.h"
 
 namespace {
-
-struct StorageDeleter {
-  void operator()(IStorage* storage) const { storage->Release(); }
-};
-using Storage = std::unique_ptr<IStorage, StorageDeleter>;
-
-Storage OpenStorage(const std::string& path, bool create) { return Storage(IStorage::Open(LibraryPath(path), create)); }
-Storage Child(IStorage* parent, const char16_t* name, bool create) {
-  return Storage(parent->OpenStorage(C_STRING(name), create));
-}
-
-void WriteContents(IStorage* storage, const std::string& bytes) {
-  C_FILE file(storage, C_FILE::UPDATE);
-  int put = -1;
-  file.Write(static_cast<int>(bytes.size()), bytes.data(), &put);
-  EXPECT_EQ(put, static_cast<int>(bytes.size()));
-}
-
-std::string ReadContents(IStorage* storage) {
-  C_FILE file(storage, C_FILE::READ);
-  if (C_ERROR::Is() && TakeError() != &CerrFileEndReached) return "<error>";
-  file.Rewind();
-  std::string out;
-  char buffer[65536];
-  for (int got = 0; !C_ERROR::Is(); out.append(buffer, static_cast<std::size_t>(got))) {
-    file.Read(sizeof buffer, buffer, &got);
-  }
-  EXPECT_EQ(TakeError(), &CerrFileEndReached);
-  return out;
-}
-
-std::string Hex(const std::string& bytes) {
-  std::string out;
-  for (unsigned char c : bytes) (out += "0123456789abcdef"[c >> 4]) += "0123456789abcdef"[c & 15];
-  return out;
-}
 
 std::wstring WidePath(const std::string& path) { return std::wstring(path.begin(), path.end()); }
 
