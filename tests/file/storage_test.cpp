@@ -257,38 +257,11 @@ TEST_F(StorageTest, AFailedCommitLeavesTheFileAsItWas) {
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()), {}), 1);
 }
 
-unsigned Load32(const std::string& bytes, std::size_t at) {
-  unsigned value = 0;
-  std::memcpy(&value, bytes.data() + at, 4);
-  return value;
-}
-
-std::string With32(std::string bytes, std::size_t at, unsigned value) {
-  std::memcpy(bytes.data() + at, &value, 4);
-  return bytes;
-}
-
 TEST_F(StorageTest, DamagedDocumentsAreRefusedAndNeverWritten) {
   { WriteContents(OpenStorage(doc, true).get(), RandomBytes(20000)); }
   const std::string sound = ReadBytes(doc);
-  // The allocation table, the directory, and the entry of "Contents" with its first sector.
-  const std::size_t sector = std::size_t{1} << static_cast<unsigned char>(sound[0x1E]);
-  const std::size_t fat = (Load32(sound, 0x4C) + 1) * sector, directory = (Load32(sound, 0x30) + 1) * sector;
-  std::size_t entry = directory;
-  while (entry + 128 <= sound.size() && std::memcmp(sound.data() + entry, u"Contents", 16) != 0) entry += 128;
-  ASSERT_LE(entry + 128, sound.size());
-  const unsigned start = Load32(sound, entry + 0x74);
-  const std::vector<std::pair<const char*, std::string>> cases = {
-      {"empty", ""},
-      {"text", "this is not a compound document\n"},
-      {"header only", sound.substr(0, 512)},
-      {"truncated", sound.substr(0, sound.size() / 2)},
-      {"cyclic chain", With32(sound, fat + 4 * (start + 3), start + 1)},
-      {"size beyond the file", With32(sound, entry + 0x78, 0x7FFFFF00)},
-      {"chain leaving the table", With32(sound, fat + 4 * (start + 3), 0x00FFFFFF)},
-      {"directory entry linked to itself",
-       With32(sound, entry + 0x44, static_cast<unsigned>((entry - directory) / 128))},
-  };
+  const auto cases = DamagedDocuments(sound);
+  ASSERT_FALSE(cases.empty());
   const std::u16string named = Text(LibraryPath(doc, true));
   for (const auto& [name, bytes] : cases) {
     WriteBytes(doc, bytes);

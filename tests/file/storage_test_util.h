@@ -7,8 +7,11 @@
 #include <gtest/gtest.h>
 #include <qorc/qorc.h>
 
+#include <cstring>
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "file/file_test_util.h"
 
@@ -51,6 +54,40 @@ inline std::string Hex(const std::string& bytes) {
   std::string out;
   for (unsigned char c : bytes) (out += "0123456789abcdef"[c >> 4]) += "0123456789abcdef"[c & 15];
   return out;
+}
+
+// Damaged copies of `sound`, a document whose "Contents" spans several
+// sectors, each with the name of its damage: not a document at all, cut
+// short, or with the allocation table, a stream's size or the directory
+// pointing astray.
+inline std::vector<std::pair<const char*, std::string>> DamagedDocuments(const std::string& sound) {
+  const auto load32 = [&](std::size_t at) {
+    unsigned value = 0;
+    std::memcpy(&value, sound.data() + at, 4);
+    return value;
+  };
+  const auto with32 = [&](std::size_t at, unsigned value) {
+    std::string bytes = sound;
+    std::memcpy(&bytes[at], &value, 4);
+    return bytes;
+  };
+  const std::size_t sector = std::size_t{1} << static_cast<unsigned char>(sound[0x1E]);
+  const std::size_t fat = (load32(0x4C) + 1) * sector, directory = (load32(0x30) + 1) * sector;
+  std::size_t entry = directory;
+  while (entry + 128 <= sound.size() && std::memcmp(sound.data() + entry, u"Contents", 16) != 0) entry += 128;
+  EXPECT_LE(entry + 128, sound.size()) << "no \"Contents\" entry";
+  if (entry + 128 > sound.size()) return {};
+  const unsigned start = load32(entry + 0x74);
+  return {
+      {"empty", ""},
+      {"text", "this is not a compound document\n"},
+      {"header only", sound.substr(0, 512)},
+      {"truncated", sound.substr(0, sound.size() / 2)},
+      {"cyclic chain", with32(fat + 4 * (start + 3), start + 1)},
+      {"size beyond the file", with32(entry + 0x78, 0x7FFFFF00)},
+      {"chain leaving the table", with32(fat + 4 * (start + 3), 0x00FFFFFF)},
+      {"directory entry linked to itself", with32(entry + 0x44, static_cast<unsigned>((entry - directory) / 128))},
+  };
 }
 
 #endif
